@@ -1,0 +1,43 @@
+# Cross build on Debian 12 with MinGW-w64; tests run under Wine through ctest.
+BUILD_DIR := out/build
+JOBS      ?= 2
+CMAKE_ARGS := -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release
+
+.PHONY: all deps configure build test demo bench clean distclean
+
+all: build
+
+deps:
+	bash tools/install-deps.sh
+
+configure: deps
+	cmake -S . -B $(BUILD_DIR) $(CMAKE_ARGS)
+
+build: configure
+	cmake --build $(BUILD_DIR) -j$(JOBS)
+
+# The wineserver is started here, outside ctest's pipes, and the ctest fixture
+# wine_up finds it running.
+test: build
+	bash tools/wine-up.sh
+	ctest --test-dir $(BUILD_DIR) --output-on-failure -j$(JOBS)
+
+demo: build
+	@if [ ! -f tools/demo.sh ]; then \
+	    echo "make demo: tools/demo.sh is not built yet, so there is no backup cycle to run." >&2; \
+	    exit 1; \
+	fi
+	bash tools/wine-up.sh
+	bash tools/demo.sh
+
+bench: configure
+	bash tools/wine-up.sh
+	cmake --build $(BUILD_DIR) --target bench -j$(JOBS)
+
+clean:
+	rm -rf $(BUILD_DIR) out/bin out/lib
+
+# Also removes the fetched sources and the Wine prefix (after stopping its server).
+distclean: clean
+	if [ -d out/wineprefix ]; then WINEPREFIX="$(CURDIR)/out/wineprefix" /usr/lib/wine/wineserver -k || true; fi
+	rm -rf out
