@@ -2,6 +2,7 @@
 BUILD_DIR := out/build
 JOBS      ?= 2
 CMAKE_ARGS := -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release
+MAKEFLAGS  += --no-print-directory
 
 .PHONY: all deps configure build test demo bench clean distclean
 

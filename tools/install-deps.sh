@@ -24,7 +24,7 @@ apt_get() {
 install_packages() {
     local missing=()
     for p in "${packages[@]}"; do
-        dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+        [ "$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null)" = "install ok installed" ] || missing+=("$p")
     done
     [ "${#missing[@]}" -eq 0 ] && return 0
     echo "install-deps: installing ${missing[*]}"

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "version.h"
+
 namespace {
 
 class LoadedLibrary {
@@ -35,6 +37,20 @@ const std::vector<std::string>& export_names() {
         "OracleDoRestore",        "OracleGetLogsFolder",       "OracleTest",
     };
     return names;
+}
+
+std::wstring widen_ascii(const std::string& text) {
+    return std::wstring(text.begin(), text.end());
+}
+
+std::wstring version_string(const std::vector<BYTE>& block, const wchar_t* name) {
+    void* value = nullptr;
+    UINT length = 0;
+    const std::wstring path = std::wstring(L"\\StringFileInfo\\040904B0\\") + name;
+    if (!VerQueryValueW(block.data(), path.c_str(), &value, &length) || length == 0) {
+        return L"<missing>";
+    }
+    return static_cast<const wchar_t*>(value);
 }
 
 }  // namespace
@@ -76,4 +92,25 @@ TEST(LibraryExports, NothingButTheEighteenEntryPointsIsExported) {
     std::sort(expected.begin(), expected.end());
     std::sort(exported.begin(), exported.end());
     EXPECT_EQ(exported, expected);
+}
+
+TEST(LibraryExports, VersionResourceCarriesTheBuildVersionAndComments) {
+    LoadedLibrary library(L"orasnap.dll");
+    ASSERT_NE(library.get(), nullptr);
+    wchar_t path[MAX_PATH] = {};
+    ASSERT_NE(GetModuleFileNameW(library.get(), path, MAX_PATH), 0u);
+    const DWORD size = GetFileVersionInfoSizeW(path, nullptr);
+    ASSERT_NE(size, 0u);
+    std::vector<BYTE> block(size);
+    ASSERT_TRUE(GetFileVersionInfoW(path, 0, size, block.data()));
+
+    VS_FIXEDFILEINFO* fixed = nullptr;
+    UINT fixedLength = 0;
+    ASSERT_TRUE(VerQueryValueW(block.data(), L"\\", reinterpret_cast<void**>(&fixed), &fixedLength));
+    EXPECT_EQ(fixed->dwFileVersionMS, static_cast<DWORD>(MAKELONG(ORASNAP_VERSION_MINOR, ORASNAP_VERSION_MAJOR)));
+    EXPECT_EQ(fixed->dwFileVersionLS, static_cast<DWORD>(MAKELONG(ORASNAP_VERSION_TWEAK, ORASNAP_VERSION_PATCH)));
+    EXPECT_EQ(fixed->dwFileType, static_cast<DWORD>(VFT_DLL));
+
+    EXPECT_EQ(version_string(block, L"FileVersion"), widen_ascii(ORASNAP_VERSION_TEXT));
+    EXPECT_EQ(version_string(block, L"Comments"), widen_ascii(ORASNAP_COMMENTS));
 }
