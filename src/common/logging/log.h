@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "common/strings/strings.h"
@@ -104,6 +105,10 @@ std::string thread_line(const std::exception& caught);
 
 // A named handle on a logger: every line it writes carries its tag.
 class log_channel_t {
+    // Keeps an indent number from being taken for a format text.
+    template <typename F>
+    using text_only_t = std::enable_if_t<!std::is_integral<F>::value>;
+
 public:
     log_channel_t(std::shared_ptr<log_t> log, std::shared_ptr<format::line_format_t> format);
 
@@ -113,25 +118,25 @@ public:
     void warning(const std::string& text) const noexcept;
     void error(const std::string& text) const noexcept;
 
-    template <typename... Args>
-    void info(const std::string& format, const Args&... args) const noexcept
+    template <typename F, typename A1, typename... Args, typename = text_only_t<F>>
+    void info(const F& format, const A1& a1, const Args&... args) const noexcept
     {
-        info(format_args(format, args...));
+        info(format_args(format, a1, args...));
     }
-    template <typename... Args>
-    void detail(const std::string& format, const Args&... args) const noexcept
+    template <typename F, typename A1, typename... Args, typename = text_only_t<F>>
+    void detail(const F& format, const A1& a1, const Args&... args) const noexcept
     {
-        detail(format_args(format, args...));
+        detail(format_args(format, a1, args...));
     }
-    template <typename... Args>
-    void warning(const std::string& format, const Args&... args) const noexcept
+    template <typename F, typename A1, typename... Args, typename = text_only_t<F>>
+    void warning(const F& format, const A1& a1, const Args&... args) const noexcept
     {
-        warning(format_args(format, args...));
+        warning(format_args(format, a1, args...));
     }
-    template <typename... Args>
-    void error(const std::string& format, const Args&... args) const noexcept
+    template <typename F, typename A1, typename... Args, typename = text_only_t<F>>
+    void error(const F& format, const A1& a1, const Args&... args) const noexcept
     {
-        error(format_args(format, args...));
+        error(format_args(format, a1, args...));
     }
 
     // Level 3: text, "\n" and what(); text alone when what() is null.
@@ -147,8 +152,8 @@ public:
     const std::shared_ptr<log_t>& logger() const { return log_; }
 
 private:
-    template <typename... Args>
-    static std::string format_args(const std::string& format, const Args&... args) noexcept
+    template <typename F, typename... Args>
+    static std::string format_args(const F& format, const Args&... args) noexcept
     {
         try {
             return util::format_msg_list(format, {std::string(args)...});

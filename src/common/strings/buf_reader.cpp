@@ -25,9 +25,9 @@ const uint8_t* CBufReader::take(size_t count)
     if (position_ + count > buffer_->size())
         throw exc::runtime_exc_t(
             "Out of the buffer, buffer size '%1', struct size '%2', buffer pointer '%3'.",
-            int_to_str(static_cast<uint64_t>(buffer_->size())),
-            int_to_str(static_cast<uint64_t>(count)),
-            int_to_str(static_cast<uint64_t>(position_)));
+            int_to_str(buffer_->size()),
+            int_to_str(count),
+            int_to_str(position_));
     const uint8_t* data = buffer_->data() + position_;
     position_ += count;
     return data;
@@ -103,7 +103,7 @@ namespace {
 {
     throw exc::runtime_exc_t(
         "Out of the array bound. Index of the requested array element: [%1]. Array size: [%2].",
-        int_to_str(static_cast<uint64_t>(index)), int_to_str(static_cast<uint64_t>(size)));
+        int_to_str(index), int_to_str(size));
 }
 } // namespace
 

@@ -15,14 +15,6 @@
 namespace util {
 namespace {
 
-template <typename T, typename Char>
-std::basic_string<Char> stream_number(T value)
-{
-    std::basic_ostringstream<Char> stream;
-    stream << value;
-    return stream.str();
-}
-
 char lower_ascii(char c)
 {
     return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
@@ -84,14 +76,6 @@ std::string bool_to_str(bool value)
     return value ? "true" : "false";
 }
 
-std::string int_to_str(int32_t value) { return stream_number<int32_t, char>(value); }
-std::string int_to_str(uint32_t value) { return stream_number<uint32_t, char>(value); }
-std::string int_to_str(int64_t value) { return stream_number<int64_t, char>(value); }
-std::string int_to_str(uint64_t value) { return stream_number<uint64_t, char>(value); }
-std::wstring int_to_wstr(int32_t value) { return stream_number<int32_t, wchar_t>(value); }
-std::wstring int_to_wstr(uint32_t value) { return stream_number<uint32_t, wchar_t>(value); }
-std::wstring int_to_wstr(int64_t value) { return stream_number<int64_t, wchar_t>(value); }
-std::wstring int_to_wstr(uint64_t value) { return stream_number<uint64_t, wchar_t>(value); }
 
 std::string hex_str(uint32_t value)
 {

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <windows.h>
@@ -43,14 +45,22 @@ int32_t str_to_int(const std::wstring& text);
 bool str_to_bool(const std::string& text);
 std::string bool_to_str(bool value);
 
-std::string int_to_str(int32_t value);
-std::string int_to_str(uint32_t value);
-std::string int_to_str(int64_t value);
-std::string int_to_str(uint64_t value);
-std::wstring int_to_wstr(int32_t value);
-std::wstring int_to_wstr(uint32_t value);
-std::wstring int_to_wstr(int64_t value);
-std::wstring int_to_wstr(uint64_t value);
+// Decimal form of any integer type (DWORD, LONG, size_t and the fixed widths).
+template <typename T, typename = std::enable_if_t<std::is_integral<T>::value>>
+std::string int_to_str(T value)
+{
+    std::ostringstream stream;
+    stream << +value;
+    return stream.str();
+}
+
+template <typename T, typename = std::enable_if_t<std::is_integral<T>::value>>
+std::wstring int_to_wstr(T value)
+{
+    std::wostringstream stream;
+    stream << +value;
+    return stream.str();
+}
 
 std::string hex_str(uint32_t value);
 std::string hex_str(int32_t value);
