@@ -1,0 +1,56 @@
+#include "oracle/inventory/vss_gate.h"
+
+#include "common/exc/exc.h"
+#include "common/strings/strings.h"
+#include "common/xml/xml.h"
+
+namespace specific {
+namespace oracle {
+
+std::shared_ptr<OracleEntries> g_oracleEntriesHolder;
+
+bool VssGate::IsVssEnabled()
+{
+    if (vssEnabled)
+        return *vssEnabled;
+    throw exc::runtime_exc_t("Checking whether Oracle VSS must be disabled is not built yet.");
+}
+
+bool VssGate::IsSkipped(const std::wstring& sid) const
+{
+    return skipSids.find(sid) != skipSids.end();
+}
+
+void VssGate::AddSkippedSid(const std::wstring& sid)
+{
+    skipSids.insert(sid);
+}
+
+VssGate& GetVssGate()
+{
+    static VssGate gate;
+    return gate;
+}
+
+std::wstring GatherVssInfoXml(const OracleEntries& entries)
+{
+    util::xml_document_t document("OracleEntries");
+    util::xml_node_t root = document.root();
+    for (const SOracleEntry& entry : entries) {
+        util::xml_node_t node = root.add_child("OracleEntry");
+        node.set_attribute("sid", util::wide_to_utf8(entry.sid));
+        if (!entry.ok) {
+            node.set_attribute("error", util::wide_to_utf8(entry.error));
+            continue;
+        }
+        node.set_attribute("db_name", util::wide_to_utf8(entry.dbName));
+        node.set_attribute("instance_open", entry.instanceOpen);
+        node.set_attribute("db_open_readonly", entry.dbOpenReadonly);
+        node.set_attribute("db_archive_logs_on", entry.dbArchiveLogsOn);
+        node.set_attribute("db_active", entry.dbActive);
+    }
+    return util::utf8_to_wide(document.to_string());
+}
+
+} // namespace oracle
+} // namespace specific

@@ -1,0 +1,69 @@
+#include "boundary/error_string.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "common/exc/exc.h"
+#include "support/capturing_receiver.h"
+
+using specific::oracle::CopyToHeap;
+using specific::oracle::MakeErrorString;
+
+namespace {
+
+// Takes ownership of a heap text the way the agent does: read, then free.
+std::wstring take(wchar_t* text)
+{
+    std::wstring copy = text != nullptr ? std::wstring(text) : std::wstring(L"<null>");
+    std::free(text);
+    return copy;
+}
+
+} // namespace
+
+TEST(ErrorString, CallerGetsWhatAndTheLogGetsTheLiteralWithTheThrowingThread)
+{
+    testing_support::log_capture_t capture;
+    exc::runtime_exc_t error("Root cause.");
+    error.add_trace_message("Oracle manager failed to enum logs");
+
+    EXPECT_EQ(take(MakeErrorString("Failed to enum oracle logs.", error)),
+              L"Root cause.\n--tr:Oracle manager failed to enum logs");
+    EXPECT_EQ(capture.texts(),
+              (std::vector<std::string>{
+                  "oralib| ERR |Failed to enum oracle logs.",
+                  "oralib| >>  |Root cause.",
+                  "oralib| >>  |--tr:Oracle manager failed to enum logs",
+                  "oralib| >>  |An exception was thrown from thread [" +
+                      std::to_string(error.thread_id()) + "].",
+              }));
+}
+
+TEST(ErrorString, ForeignExceptionHasNoThreadInTheLog)
+{
+    testing_support::log_capture_t capture;
+    EXPECT_EQ(take(MakeErrorString("Failed to do oracle restore", std::runtime_error("bad"))),
+              L"bad");
+    ASSERT_FALSE(capture.texts().empty());
+    EXPECT_EQ(capture.texts().back(), "oralib| >>  |An exception was thrown from thread [n/a].");
+}
+
+TEST(ErrorString, HeapCopyEndsAtTheFirstZero)
+{
+    wchar_t* text = CopyToHeap(std::wstring(L"ab\0cd", 5));
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(std::wstring(text), L"ab");
+    std::free(text);
+}
+
+TEST(ErrorString, EmptyTextIsAOneCharacterBuffer)
+{
+    wchar_t* text = CopyToHeap(std::wstring());
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(text[0], L'\0');
+    std::free(text);
+}

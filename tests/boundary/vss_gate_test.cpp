@@ -1,0 +1,57 @@
+#include "oracle/inventory/vss_gate.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using specific::oracle::GatherVssInfoXml;
+using specific::oracle::GetVssGate;
+using specific::oracle::OracleEntries;
+using specific::oracle::SOracleEntry;
+
+TEST(VssGate, SkippedSidsMatchExactlyAndCaseSensitively)
+{
+    GetVssGate().AddSkippedSid(L"GATEORCL");
+    GetVssGate().AddSkippedSid(L"GATEORCL");
+    EXPECT_TRUE(GetVssGate().IsSkipped(L"GATEORCL"));
+    EXPECT_FALSE(GetVssGate().IsSkipped(L"gateorcl"));
+    EXPECT_FALSE(GetVssGate().IsSkipped(L"GATEORCL "));
+    EXPECT_FALSE(GetVssGate().IsSkipped(L""));
+}
+
+TEST(VssGate, VerdictThatCannotBeComputedFailsWithAClearText)
+{
+    try {
+        GetVssGate().IsVssEnabled();
+        FAIL() << "no exception was raised";
+    } catch (const std::exception& caught) {
+        EXPECT_STREQ(caught.what(), "Checking whether Oracle VSS must be disabled is not built yet.");
+    }
+}
+
+TEST(VssEntriesDocument, FailedEntryCarriesOnlySidAndError)
+{
+    SOracleEntry good;
+    good.sid = L"ORCL";
+    good.dbName = L"DB\u00e9";
+    good.instanceOpen = true;
+    good.dbActive = true;
+    good.dbArchiveLogsOn = true;
+    good.ok = true;
+    SOracleEntry failed;
+    failed.sid = L"TEST";
+    failed.dbName = L"ignored";
+    failed.error = L"Timeout & more";
+
+    EXPECT_EQ(GatherVssInfoXml(OracleEntries{good, failed}),
+              L"<OracleEntries>\n"
+              L"    <OracleEntry sid=\"ORCL\" db_name=\"DB\u00e9\" instance_open=\"true\" "
+              L"db_open_readonly=\"false\" db_archive_logs_on=\"true\" db_active=\"true\" />\n"
+              L"    <OracleEntry sid=\"TEST\" error=\"Timeout &amp; more\" />\n"
+              L"</OracleEntries>\n");
+}
+
+TEST(VssEntriesDocument, EmptyListGivesTheBareRoot)
+{
+    EXPECT_EQ(GatherVssInfoXml(OracleEntries()), L"<OracleEntries />\n");
+}
