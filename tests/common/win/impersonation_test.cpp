@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <atomic>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -336,28 +335,4 @@ TEST(thread_use_counter, counts_each_thread_on_its_own)
     EXPECT_FALSE(users.release());
     EXPECT_TRUE(users.release());
     EXPECT_EQ(0u, users.count());
-}
-
-TEST(lib_ctx, access_check_allows_every_path)
-{
-    EXPECT_NO_THROW(win::check_access(std::wstring(L"\\\\server\\share\\x")));
-    EXPECT_NO_THROW(win::check_access(std::string("C:\\x")));
-}
-
-TEST(lib_ctx, teardown_clears_the_console_multiplexors_with_a_note)
-{
-    log_capture_t capture;
-    std::weak_ptr<std::ostream> output;
-    {
-        util::CCommonLibCtx ctx;
-        auto stream = std::make_shared<std::ostringstream>();
-        output = stream;
-        ctx.multiplexors->outputs.push_back(stream);
-    }
-    EXPECT_TRUE(output.expired());
-    EXPECT_EQ(std::vector<std::string>{"cli| Clearing collection of cout multiplexors."},
-              capture.texts());
-    log_capture_t quiet;
-    { util::CCommonLibCtx empty; }
-    EXPECT_TRUE(quiet.receiver->blocks.empty());
 }
