@@ -1,0 +1,339 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "common/exc/exc.h"
+#include "common/strings/strings.h"
+#include "common/win/file.h"
+#include "support/capturing_receiver.h"
+#include "support/temp_folder.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+template <typename Call>
+std::vector<std::string> failure_lines(Call call)
+{
+    try {
+        call();
+    } catch (const exc::exc_base_t& e) {
+        std::vector<std::string> lines;
+        for (const auto& line : e.lines())
+            lines.push_back(line.text);
+        return lines;
+    }
+    ADD_FAILURE() << "no exception was raised";
+    return {};
+}
+
+std::string read_all(win::win_file_t& file)
+{
+    file.seek_from_start(0);
+    std::string text;
+    char block[64];
+    while (uint32_t got = file.read(block, sizeof(block)))
+        text.append(block, got);
+    return text;
+}
+
+void write_text(win::win_file_t& file, const std::string& text)
+{
+    file.write(static_cast<uint32_t>(text.size()), text.data());
+}
+
+bool is_folder(const std::wstring& path)
+{
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+size_t count_of(const std::vector<std::string>& lines, const std::string& line)
+{
+    return static_cast<size_t>(std::count(lines.begin(), lines.end(), line));
+}
+
+class Files : public testing::Test {
+protected:
+    test::temp_folder_t temp;
+};
+
+TEST(PathParam, EitherFormIsMadeFromTheOther)
+{
+    const win::path_param_t narrow(std::string("C:\\d\xC3\xA9j\xC3\xA0\\f.txt"));
+    EXPECT_EQ(L"C:\\d\u00e9j\u00e0\\f.txt", narrow.wide());
+    EXPECT_FALSE(narrow.is_wide());
+    const win::path_param_t wide(std::wstring(L"C:\\\u00e9"));
+    EXPECT_EQ("C:\\\xC3\xA9", wide.narrow());
+    EXPECT_TRUE(wide.is_wide());
+}
+
+TEST(PathParam, EmptyObjectHasNoForm)
+{
+    const win::path_param_t empty;
+    EXPECT_THAT(failure_lines([&] { empty.narrow(); }), ElementsAre("Parameter is not available."));
+    EXPECT_THAT(failure_lines([&] { empty.wide(); }), ElementsAre("Parameter is not available."));
+}
+
+TEST_F(Files, CreateReplacesAndOpenOrCreateKeepsContents)
+{
+    const std::wstring path = temp.file(L"data.bin");
+    {
+        auto file = win::create_file(path);
+        write_text(*file, "first contents");
+        EXPECT_EQ(14u, file->size());
+        EXPECT_EQ(14u, file->counters().bytes_written);
+    }
+    {
+        auto file = win::open_or_create_file(path);
+        EXPECT_EQ("first contents", read_all(*file));
+        file->seek_from_end(0);
+        write_text(*file, "!");
+    }
+    EXPECT_EQ(15u, win::file_size(path));
+    {
+        auto file = win::create_file(path);
+        EXPECT_EQ(0u, file->size());
+    }
+}
+
+TEST_F(Files, ResetSizeTruncatesAndMovesToTheNewEnd)
+{
+    auto file = win::create_file(temp.file(L"trunc.txt"));
+    write_text(*file, "0123456789");
+    file->reset_size(4);
+    EXPECT_EQ(4u, file->size());
+    write_text(*file, "X");
+    EXPECT_EQ("0123X", read_all(*file));
+}
+
+TEST_F(Files, FailuresNameThePath)
+{
+    const std::string missing = temp.file_utf8("no-folder\\f.txt");
+    auto lines = failure_lines([&] { win::create_file(missing); });
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_EQ(exc::get_error_text(ERROR_PATH_NOT_FOUND), lines[0]);
+    EXPECT_EQ("Failed to create or open file [" + missing + "].", lines[1]);
+    EXPECT_EQ("Error code: 0x00000003", lines[2]);
+
+    const std::string absent = temp.file_utf8("absent.txt");
+    lines = failure_lines([&] { win::open_file_read(absent); });
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_EQ("Failed to open file [" + absent + "] in readonly mode.", lines[1]);
+    lines = failure_lines([&] { win::open_file_read_no_cache(absent); });
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_EQ("Failed to open file [" + absent + "] in readonly mode (without cache).", lines[1]);
+
+    auto file = win::create_file(temp.file_utf8("seek.txt"));
+    lines = failure_lines([&] { file->seek(-10, FILE_BEGIN); });
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_EQ("Seek operation has failed. File: [" + temp.file_utf8("seek.txt") +
+                  "]. Distance to move: [-10]. Move method: [FILE_BEGIN].",
+              lines[1]);
+}
+
+TEST_F(Files, FileThatAnotherHandleIsWritingStillOpensForReading)
+{
+    const std::wstring path = temp.file(L"busy.log");
+    win::win_handle_t writer(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                         CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    ASSERT_TRUE(writer.valid());
+    DWORD written = 0;
+    ASSERT_TRUE(WriteFile(writer.get(), "live", 4, &written, nullptr));
+
+    HANDLE plain = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                               0, nullptr);
+    EXPECT_EQ(INVALID_HANDLE_VALUE, plain);
+    EXPECT_EQ(static_cast<DWORD>(ERROR_SHARING_VIOLATION), GetLastError());
+
+    auto reader = win::open_file_read(path);
+    EXPECT_EQ("live", read_all(*reader));
+}
+
+TEST_F(Files, WriteFailureOtherThanALockRaisesAtOnce)
+{
+    const std::wstring path = temp.file(L"readonly.txt");
+    win::create_file(path);
+    auto file = win::open_file_read(path);
+    testing_support::log_capture_t capture;
+
+    const auto started = std::chrono::steady_clock::now();
+    const auto lines = failure_lines([&] { write_text(*file, "x"); });
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(90));
+    ASSERT_EQ(3u, lines.size());
+    EXPECT_EQ(exc::get_error_text(ERROR_ACCESS_DENIED), lines[0]);
+    EXPECT_EQ("Failed to write data to the file [" + util::wide_to_utf8(path) + "].", lines[1]);
+    EXPECT_EQ(0u, count_of(capture.texts(), "WARN|Retry."));
+}
+
+// Reports a lock violation for the first `locked_calls` writes, as WriteFile
+// does while another handle holds a byte-range lock, then writes for real.
+class LockedRangeApi : public win::file_write_api_t {
+public:
+    explicit LockedRangeApi(int locked_calls) : locked_calls_(locked_calls) {}
+
+    BOOL write_file(HANDLE handle, const void* data, DWORD size, DWORD* written) const override
+    {
+        ++calls;
+        if (calls <= locked_calls_) {
+            *written = 0;
+            SetLastError(ERROR_LOCK_VIOLATION);
+            return FALSE;
+        }
+        return win::system_file_write_api().write_file(handle, data, size, written);
+    }
+
+    mutable int calls = 0;
+
+private:
+    int locked_calls_;
+};
+
+TEST_F(Files, WriteWaitsForARangeLockToClear)
+{
+    const std::wstring path = temp.file(L"locked.txt");
+    auto file = win::open_or_create_file(path);
+    const LockedRangeApi lock(3);
+    file->use_write_api(lock);
+    testing_support::log_capture_t capture;
+
+    write_text(*file, "after the lock");
+
+    EXPECT_EQ("after the lock", read_all(*file));
+    EXPECT_EQ(4, lock.calls);
+    const auto texts = capture.texts();
+    EXPECT_EQ(3u, count_of(texts, "WARN|Retry."));
+    EXPECT_EQ(3u, count_of(texts, "WARN|" + exc::get_error_text(ERROR_LOCK_VIOLATION)));
+    EXPECT_EQ(3u, count_of(texts, ">>  |Failed to write data to the file [" +
+                                      util::wide_to_utf8(path) + "]."));
+}
+
+TEST_F(Files, WriteGivesUpAfterFiveSecondsOfLock)
+{
+    const std::wstring path = temp.file(L"locked.txt");
+    auto file = win::open_or_create_file(path);
+    const LockedRangeApi lock(1000);
+    file->use_write_api(lock);
+    testing_support::log_capture_t capture;
+
+    const auto started = std::chrono::steady_clock::now();
+    const auto lines = failure_lines([&] { write_text(*file, "never"); });
+    const auto waited = std::chrono::steady_clock::now() - started;
+
+    EXPECT_THAT(lines, ElementsAre("Failed to write 5 bytes to the file '" +
+                                   util::wide_to_utf8(path) + "': 0 bytes were written instead"));
+    EXPECT_EQ(50, lock.calls);
+    EXPECT_EQ(50u, count_of(capture.texts(), "WARN|Retry."));
+    EXPECT_GE(waited, std::chrono::milliseconds(4900));
+    EXPECT_EQ(0u, file->size());
+}
+
+TEST_F(Files, ExistenceOfFilesAndFoldersWithOrWithoutTrailingSeparator)
+{
+    const std::wstring file = temp.file(L"here.txt");
+    win::create_file(file);
+    EXPECT_TRUE(win::file_exists(file));
+    EXPECT_TRUE(win::file_exists(util::wide_to_utf8(file)));
+    EXPECT_TRUE(win::file_exists(temp.path()));
+    EXPECT_TRUE(win::file_exists(temp.path() + L"\\"));
+    EXPECT_FALSE(win::file_exists(temp.file(L"absent.txt")));
+    EXPECT_FALSE(win::file_exists(temp.file(L"no-folder\\absent.txt")));
+    EXPECT_TRUE(win::parent_exists(file));
+    EXPECT_FALSE(win::parent_exists(temp.file(L"no-folder\\absent.txt")));
+}
+
+TEST_F(Files, CreateFoldersMakesEveryFolderButNotTheFileName)
+{
+    win::create_folders(temp.file(L"a\\b/c\\f.txt"));
+    EXPECT_TRUE(is_folder(temp.file(L"a\\b\\c")));
+    EXPECT_FALSE(win::file_exists(temp.file(L"a\\b\\c\\f.txt")));
+
+    win::create_folders(L"\\\\?\\" + temp.file(L"long\\x\\f.txt"));
+    EXPECT_TRUE(is_folder(temp.file(L"long\\x")));
+    EXPECT_FALSE(win::file_exists(temp.file(L"long\\x\\f.txt")));
+}
+
+TEST_F(Files, CreateFoldersFailsWhereAFileStandsInTheWay)
+{
+    win::create_file(temp.file(L"blocker"));
+    EXPECT_THROW(win::create_folders(temp.file(L"blocker\\sub\\f.txt")), std::exception);
+}
+
+TEST_F(Files, RemoveAndRenameMoveTheFile)
+{
+    const std::wstring from = temp.file(L"from.txt");
+    const std::wstring to = temp.file(L"to.txt");
+    write_text(*win::create_file(from), "abc");
+    win::rename_file(from, to);
+    EXPECT_FALSE(win::file_exists(from));
+    EXPECT_EQ(3u, win::file_size(to));
+    win::remove_file(to);
+    EXPECT_FALSE(win::file_exists(to));
+    win::create_folders(temp.file(L"sub\\f"));
+    win::remove_folder(temp.file(L"sub"));
+    EXPECT_FALSE(win::file_exists(temp.file(L"sub")));
+}
+
+TEST(Paths, SplitCutsAtTheLastSeparatorOfEitherKind)
+{
+    std::wstring folder, name;
+    win::split_path(L"C:\\a/b\\c.txt", folder, name);
+    EXPECT_EQ(L"C:\\a/b", folder);
+    EXPECT_EQ(L"c.txt", name);
+    win::split_path(L"C:\\a\\b/c.txt", folder, name);
+    EXPECT_EQ(L"C:\\a\\b", folder);
+    win::split_path(L"plain.txt", folder, name);
+    EXPECT_EQ(L"", folder);
+    EXPECT_EQ(L"plain.txt", name);
+    std::string narrow_folder, narrow_name;
+    win::split_path(std::string("x/y\\"), narrow_folder, narrow_name);
+    EXPECT_EQ("x/y", narrow_folder);
+    EXPECT_EQ("", narrow_name);
+}
+
+TEST(Paths, JoinAddsOneSeparatorOnlyWhenNeeded)
+{
+    EXPECT_EQ(L"C:\\a\\f", win::join_path(L"C:\\a", L"f"));
+    EXPECT_EQ(L"C:\\a\\f", win::join_path(L"C:\\a\\", L"f"));
+    EXPECT_EQ(L"C:/a/f", win::join_path(L"C:/a/", L"f"));
+    EXPECT_EQ(L"C:/a/f", win::join_path(L"C:/a", L"f", L'/'));
+    EXPECT_EQ(L"f", win::join_path(L"", L"f"));
+    EXPECT_EQ("dir\\f", win::join_path(std::string("dir"), std::string("f")));
+}
+
+TEST(Paths, StripAndPartsTreatBothSeparatorsAlike)
+{
+    EXPECT_EQ(L"C:\\a", win::strip_trailing_separator(L"C:\\a\\"));
+    EXPECT_EQ(L"C:\\a\\", win::strip_trailing_separator(L"C:\\a\\\\"));
+    EXPECT_EQ("C:/a", win::strip_trailing_separator(std::string("C:/a/")));
+    EXPECT_EQ(L"C:\\a", win::strip_trailing_separator(L"C:\\a"));
+    std::vector<std::wstring> parts = {L"stale"};
+    win::split_path_parts(L"\\\\srv\\share//a\\", parts);
+    EXPECT_THAT(parts, ElementsAre(L"srv", L"share", L"a"));
+}
+
+TEST(Paths, NetworkPathsAreUncButNotOtherLongForms)
+{
+    EXPECT_TRUE(win::is_network_path(L"\\\\srv\\share\\f"));
+    EXPECT_TRUE(win::is_network_path(L"\\\\?\\UNC\\srv\\share"));
+    EXPECT_TRUE(win::is_network_path(std::string("\\\\srv\\share")));
+    EXPECT_FALSE(win::is_network_path(L"\\\\?\\C:\\f"));
+    EXPECT_FALSE(win::is_network_path(L"C:\\f"));
+    EXPECT_FALSE(win::is_network_path(std::string("\\single")));
+    EXPECT_FALSE(win::is_network_path(std::string("")));
+}
+
+TEST(Paths, TempAndModulePathsComeFromTheSystem)
+{
+    const std::wstring temp = win::get_temp_path();
+    ASSERT_FALSE(temp.empty());
+    EXPECT_EQ(L'\\', temp.back());
+    EXPECT_TRUE(win::file_exists(temp));
+    const std::wstring module = win::get_module_path();
+    EXPECT_TRUE(util::ends_with(util::wide_to_utf8(module), "common_win_tests.exe"));
+    EXPECT_TRUE(win::file_exists(module));
+}
+
+} // namespace
