@@ -1,0 +1,130 @@
+#include "boundary/oracle_config.h"
+
+#include <windows.h>
+#include <shlobj.h>
+
+#include "common/exc/exc.h"
+#include "common/logging/log.h"
+#include "common/strings/strings.h"
+#include "common/win/registry.h"
+
+namespace specific {
+namespace oracle {
+
+namespace {
+
+bool ends_with_separator(const std::wstring& path)
+{
+    return !path.empty() && (path.back() == L'\\' || path.back() == L'/');
+}
+
+std::wstring join(const std::wstring& folder, const std::wstring& name)
+{
+    if (folder.empty())
+        return name;
+    return ends_with_separator(folder) ? folder + name : folder + L"\\" + name;
+}
+
+// A DWORD that is absent, of another type or unreadable leaves the default.
+int32_t read_int(const win::win_reg_key_t& key, const wchar_t* name, int32_t current)
+{
+    try {
+        return static_cast<int32_t>(key.get_dword_or(name, static_cast<uint32_t>(current)));
+    } catch (const std::exception&) {
+        return current;
+    }
+}
+
+bool read_bool(const win::win_reg_key_t& key, const wchar_t* name, bool current)
+{
+    try {
+        return key.get_bool_or(name, current);
+    } catch (const std::exception&) {
+        return current;
+    }
+}
+
+std::wstring read_string(const win::win_reg_key_t& key, const wchar_t* name,
+                         const std::wstring& current)
+{
+    try {
+        return key.get_string_or(name, current);
+    } catch (const std::exception&) {
+        return current;
+    }
+}
+
+} // namespace
+
+COracleBaseConfig::COracleBaseConfig()
+{
+    try {
+        wchar_t folder[MAX_PATH + 1] = {};
+        const HRESULT result =
+            SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, 0, folder);
+        if (result != S_OK)
+            throw exc::com_exc_t(result, "Cannot get the path to the system directory containing "
+                                         "application data for all users");
+        tempLogPath = join(join(folder, L"Brelm\\Backup"), L"OracleLogBackup");
+        if (!ends_with_separator(tempLogPath))
+            tempLogPath += L"\\";
+    } catch (const std::exception& e) {
+        logging::oralib().error_exc("Failed to init base config", e);
+    }
+}
+
+COracleConfig::COracleConfig()
+{
+    try {
+        std::shared_ptr<win::win_reg_key_t> key =
+            win::open_subkey(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Brelm\\Brelm Safeguard", KEY_READ);
+        if (!key)
+            return;
+        connectionTimeoutSec = read_int(*key, L"OracleConnectionTimeout", connectionTimeoutSec);
+        restoreWaitInSec = read_int(*key, L"OracleRestoreWaitInSec", restoreWaitInSec);
+        agentTtlSec = read_int(*key, L"OracleAgentTtlSec", agentTtlSec);
+        waitDbStartedAttemptCount =
+            read_int(*key, L"OracleWaitDbStartedAttemptCount", waitDbStartedAttemptCount);
+        tempLogPath = read_string(*key, L"OracleTempLogPath", tempLogPath);
+        checkAsmLogFileExistence =
+            read_bool(*key, L"CheckAsmLogFileExistence", checkAsmLogFileExistence);
+        supportOracle10 = read_bool(*key, L"SupportOracle10", supportOracle10);
+        stageLogsBeforeBackup = read_bool(*key, L"OracleStageLogsBeforeBackup", stageLogsBeforeBackup);
+        deleteAbsentLogFiles = read_bool(*key, L"DeleteOracleAbsentLogFiles", deleteAbsentLogFiles);
+        disableOracleProcessing =
+            read_bool(*key, L"DisableOracleProcessing", disableOracleProcessing);
+        useAutostartOption = read_bool(*key, L"UseOracleAutostartOption", useAutostartOption);
+        skipNoArchiveLogDb = read_bool(*key, L"OracleSkipNoArchiveLogDB", skipNoArchiveLogDb);
+    } catch (const std::exception& e) {
+        logging::oralib().error_exc("Failed to init oracle config", e);
+    }
+}
+
+const COracleConfig& COracleConfig::Instance()
+{
+    static const COracleConfig config;
+    return config;
+}
+
+void COracleConfig::Log() const
+{
+    const logging::log_channel_t& log = logging::oralib();
+    log.info("Oracle agent config:");
+    log.info("ConnectionTimeoutSec: %1", util::int_to_str(connectionTimeoutSec));
+    log.info("OracleRestoreWaitInSec: %1", util::int_to_str(restoreWaitInSec));
+    log.info("OracleAgentTtlSec: %1", util::int_to_str(agentTtlSec));
+    log.info("WaitDbStartedAttemptCount: %1", util::int_to_str(waitDbStartedAttemptCount));
+    log.info("CheckAsmLogFileExistence: %1", util::bool_to_str(checkAsmLogFileExistence));
+    log.info("SupportOracle10: %1", util::bool_to_str(supportOracle10));
+    log.info("OracleStageLogsBeforeBackup: %1", util::bool_to_str(stageLogsBeforeBackup));
+    log.info("DisableOracleProcessing: %1", util::bool_to_str(disableOracleProcessing));
+    log.info("DetectAsmInstancesByQuery: %1", util::bool_to_str(detectAsmInstancesByQuery));
+    log.info("UseAutostartOption: %1", util::bool_to_str(useAutostartOption));
+    log.info("OracleSkipNoArchiveLogDB: %1", util::bool_to_str(skipNoArchiveLogDb));
+    log.info("OracleTempLogPath: %1", util::wide_to_ansi_safe(tempLogPath));
+    log.info("DeleteOracleAbsentLogFiles: %1", util::bool_to_str(deleteAbsentLogFiles));
+    log.info("=======================");
+}
+
+} // namespace oracle
+} // namespace specific
