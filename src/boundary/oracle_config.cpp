@@ -6,6 +6,7 @@
 #include "common/exc/exc.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
+#include "common/win/file.h"
 #include "common/win/registry.h"
 
 namespace specific {
@@ -16,13 +17,6 @@ namespace {
 bool ends_with_separator(const std::wstring& path)
 {
     return !path.empty() && (path.back() == L'\\' || path.back() == L'/');
-}
-
-std::wstring join(const std::wstring& folder, const std::wstring& name)
-{
-    if (folder.empty())
-        return name;
-    return ends_with_separator(folder) ? folder + name : folder + L"\\" + name;
 }
 
 // A DWORD that is absent, of another type or unreadable leaves the default.
@@ -65,7 +59,7 @@ COracleBaseConfig::COracleBaseConfig()
         if (result != S_OK)
             throw exc::com_exc_t(result, "Cannot get the path to the system directory containing "
                                          "application data for all users");
-        tempLogPath = join(join(folder, L"Brelm\\Backup"), L"OracleLogBackup");
+        tempLogPath = win::join_path(win::join_path(folder, L"Brelm\\Backup"), L"OracleLogBackup");
         if (!ends_with_separator(tempLogPath))
             tempLogPath += L"\\";
     } catch (const std::exception& e) {

@@ -12,6 +12,7 @@
 #include "common/exc/exc.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
+#include "common/win/file.h"
 
 namespace win {
 
@@ -33,38 +34,6 @@ public:
 bool is_valid_handle(HANDLE handle)
 {
     return handle != nullptr && handle != INVALID_HANDLE_VALUE;
-}
-
-bool is_network_path(const std::wstring& path)
-{
-    if (path.compare(0, 7, L"\\\\?\\UNC") == 0)
-        return true;
-    return path.compare(0, 2, L"\\\\") == 0 && path.compare(0, 4, L"\\\\?\\") != 0;
-}
-
-bool is_network_path(const std::string& path)
-{
-    if (path.compare(0, 7, "\\\\?\\UNC") == 0)
-        return true;
-    return path.compare(0, 2, "\\\\") == 0 && path.compare(0, 4, "\\\\?\\") != 0;
-}
-
-std::vector<std::wstring> split_parts(const std::wstring& text)
-{
-    std::vector<std::wstring> parts;
-    std::wstring part;
-    for (wchar_t c : text) {
-        if (c == L'\\' || c == L'/') {
-            if (!part.empty())
-                parts.push_back(part);
-            part.clear();
-        } else {
-            part += c;
-        }
-    }
-    if (!part.empty())
-        parts.push_back(part);
-    return parts;
 }
 
 std::shared_ptr<impersonation_context_t> find_context(const std::wstring& path)
@@ -202,7 +171,8 @@ std::wstring share_of_path(const std::wstring& path)
 {
     if (path.compare(0, 2, L"\\\\") != 0)
         return std::wstring();
-    const std::vector<std::wstring> parts = split_parts(path.substr(2));
+    std::vector<std::wstring> parts;
+    split_path_parts(path.substr(2), parts);
     if (parts.size() < 2)
         return std::wstring();
     if (parts[0] != L"?")
