@@ -1,0 +1,356 @@
+#include "oracle/inventory/oracle_homes.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "common/exc/exc.h"
+#include "common/strings/strings.h"
+#include "support/capturing_receiver.h"
+#include "support/registry_sandbox.h"
+
+namespace {
+
+using specific::oracle::COracleHomes;
+using specific::oracle::SOracleSid;
+
+const std::wstring kHome = L"C:\\app\\oracle\\product\\19.0.0\\dbhome_1";
+const std::wstring kHomeKey = L"SOFTWARE\\ORACLE\\KEY_OraDB19Home1";
+const std::wstring kServices = L"SYSTEM\\CurrentControlSet\\Services\\";
+
+class OracleHomesTest : public ::testing::Test {
+protected:
+    void AddHome(const std::wstring& key, const std::wstring& path, const std::wstring& name)
+    {
+        sandbox.set_string(key, L"ORACLE_HOME", path);
+        sandbox.set_string(key, L"ORACLE_HOME_NAME", name);
+        sandbox.set_string(key, L"RDBMS_CONTROL", path + L"\\DATABASE");
+    }
+
+    void AddService(const std::wstring& key, const std::wstring& imagePath)
+    {
+        sandbox.set_string(kServices + key, L"ImagePath", imagePath, REG_EXPAND_SZ);
+    }
+
+    std::vector<SOracleSid> Find(const std::vector<std::wstring>& excludes = {},
+                                 bool useAutostartOption = false)
+    {
+        return COracleHomes(excludes, useAutostartOption).Sids();
+    }
+
+    std::vector<std::wstring> SidsOf(const std::vector<SOracleSid>& found)
+    {
+        std::vector<std::wstring> sids;
+        for (const SOracleSid& sid : found)
+            sids.push_back(sid.sid);
+        return sids;
+    }
+
+    test::registry_sandbox_t sandbox;
+};
+
+bool HasLine(const std::vector<std::string>& lines, const std::string& text)
+{
+    return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+        return line.size() >= text.size() &&
+               line.compare(line.size() - text.size(), text.size(), text) == 0;
+    });
+}
+
+TEST_F(OracleHomesTest, MachineWithoutOracleSoftwareHasNoInstances)
+{
+    EXPECT_TRUE(Find().empty());
+}
+
+TEST_F(OracleHomesTest, ServiceRunningTheHomesExecutableBecomesAnInstanceOfThatHome)
+{
+    AddHome(kHomeKey, kHome, L"OraDB19Home1");
+    AddService(L"OracleServiceORCL", kHome + L"\\bin\\ORACLE.EXE ORCL");
+    AddService(L"OracleOraDB19Home1TNSListener", kHome + L"\\bin\\TNSLSNR.EXE");
+    testing_support::log_capture_t capture;
+
+    const std::vector<SOracleSid> found = Find();
+
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].sid, L"ORCL");
+    EXPECT_EQ(found[0].homePath, kHome);
+    EXPECT_EQ(found[0].homeName, L"OraDB19Home1");
+    EXPECT_FALSE(found[0].isAsm);
+    EXPECT_TRUE(found[0].isAutostart);
+    EXPECT_TRUE(HasLine(capture.texts(),
+                        "Found oracle instance: ORCL. Is ASM: false, is autostart: true"));
+}
+
+TEST_F(OracleHomesTest, DatabaseAndAsmServicesOfOneHomeGiveTwoInstancesNamedByTheirImagePaths)
+{
+    AddHome(kHomeKey, kHome, L"OraDB19Home1");
+    AddService(L"OracleASMService+ASM", kHome + L"\\bin\\oracle.exe +asm");
+    AddService(L"OracleServiceOTHERNAME", kHome + L"\\bin\\oracle.exe orcl");
+
+    const std::vector<SOracleSid> found = Find();
+
+    ASSERT_EQ(found.size(), 2u);
+    const auto asm_ = std::find_if(found.begin(), found.end(),
+                                   [](const SOracleSid& sid) { return sid.isAsm; });
+    const auto db = std::find_if(found.begin(), found.end(),
+                                 [](const SOracleSid& sid) { return !sid.isAsm; });
+    ASSERT_NE(asm_, found.end());
+    ASSERT_NE(db, found.end());
+    EXPECT_EQ(asm_->sid, L"+asm");
+    EXPECT_EQ(db->sid, L"orcl");
+}
+
+TEST_F(OracleHomesTest, InstancesFollowHomeOrderThenServiceOrderAndRepeatForADuplicatedHome)
+{
+    const std::wstring other = L"D:\\oracle\\db2";
+    AddHome(L"SOFTWARE\\ORACLE\\KEY_A", other, L"A");
+    AddHome(L"SOFTWARE\\ORACLE\\KEY_B", kHome, L"B");
+    AddHome(L"SOFTWARE\\ORACLE\\KEY_C", other, L"C");
+    AddService(L"OracleServiceDB1", kHome + L"\\BIN\\ORACLE.EXE DB1");
+    AddService(L"OracleServiceDB2", other + L"\\BIN\\ORACLE.EXE DB2");
+    AddService(L"OracleServiceDB3", other + L"\\BIN\\ORACLE.EXE DB3");
+
+    const std::vector<SOracleSid> found = Find();
+
+    EXPECT_EQ(SidsOf(found),
+              (std::vector<std::wstring>{L"DB2", L"DB3", L"DB1", L"DB2", L"DB3"}));
+    ASSERT_EQ(found.size(), 5u);
+    EXPECT_EQ(found[0].homeName, L"A");
+    EXPECT_EQ(found[2].homeName, L"B");
+    EXPECT_EQ(found[4].homeName, L"C");
+}
+
+TEST_F(OracleHomesTest, KeyAndExecutableNamesMatchInAnyCase)
+{
+    AddHome(L"SOFTWARE\\ORACLE\\key_OraDB12Home1", kHome, L"OraDB12Home1");
+    AddService(L"oracleserviceORCL", L"c:\\APP\\Oracle\\PRODUCT\\19.0.0\\DBHOME_1\\Bin\\Oracle.Exe ORCL");
+
+    EXPECT_EQ(SidsOf(Find()), std::vector<std::wstring>{L"ORCL"});
+}
+
+TEST_F(OracleHomesTest, PathsThatOnlyLookEqualNeverMatch)
+{
+    // A blank in the home cuts the image path; quotes stay; a trailing
+    // backslash doubles; an expandable home path is not expanded.
+    const std::wstring blank = L"C:\\Program Files\\Oracle\\db";
+    AddHome(L"SOFTWARE\\ORACLE\\KEY_Blank", blank, L"Blank");
+    AddService(L"OracleServiceBLANK", blank + L"\\bin\\oracle.exe BLANK");
+    const std::wstring quoted = L"C:\\oracle\\quoted";
+    AddHome(L"SOFTWARE\\ORACLE\\KEY_Quoted", quoted, L"Quoted");
+    AddService(L"OracleServiceQUOTED", L"\"" + quoted + L"\\bin\\oracle.exe\" QUOTED");
+    const std::wstring slash = L"C:\\oracle\\slash\\";
+    AddHome(L"SOFTWARE\\ORACLE\\KEY_Slash", slash, L"Slash");
+    AddService(L"OracleServiceSLASH", slash + L"bin\\oracle.exe SLASH");
+    sandbox.set_string(L"SOFTWARE\\ORACLE\\KEY_Expand", L"ORACLE_HOME", L"%SystemDrive%\\ora",
+                       REG_EXPAND_SZ);
+    AddService(L"OracleServiceEXPAND", L"C:\\ora\\bin\\oracle.exe EXPAND");
+
+    EXPECT_TRUE(Find().empty());
+}
+
+TEST_F(OracleHomesTest, ExpandableHomePathMatchesOnlyItsUnexpandedSpelling)
+{
+    sandbox.set_string(L"SOFTWARE\\ORACLE\\KEY_Expand", L"ORACLE_HOME", L"%SystemDrive%\\ora",
+                       REG_EXPAND_SZ);
+    AddService(L"OracleServiceEXPAND", L"%SYSTEMDRIVE%\\ORA\\bin\\oracle.exe EXPAND");
+
+    const std::vector<SOracleSid> found = Find();
+
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].homePath, L"%SystemDrive%\\ora");
+}
+
+TEST_F(OracleHomesTest, ImagePathWithoutArgumentGivesTheWholePathAsSid)
+{
+    AddHome(kHomeKey, kHome, L"OraDB19Home1");
+    AddService(L"OracleServiceNOARG", kHome + L"\\bin\\oracle.exe");
+
+    EXPECT_EQ(SidsOf(Find()), std::vector<std::wstring>{kHome + L"\\bin\\oracle.exe"});
+}
+
+TEST_F(OracleHomesTest, EverythingBehindTheFirstBlankIsTheSid)
+{
+    AddHome(kHomeKey, kHome, L"OraDB19Home1");
+    AddService(L"OracleServiceTWO", kHome + L"\\bin\\oracle.exe TWO  WORDS");
+
+    EXPECT_EQ(SidsOf(Find()), std::vector<std::wstring>{L"TWO  WORDS"});
+}
+
+TEST_F(OracleHomesTest, HomeWithoutUsableValuesStaysAHomeWithAnEmptyPath)
+{
+    // ORACLE_HOME of 260 characters does not fit and reads as empty, and a
+    // name of the wrong type too; the home still pairs with "\BIN\ORACLE.EXE".
+    sandbox.set_string(L"SOFTWARE\\ORACLE\\KEY_Long", L"ORACLE_HOME", std::wstring(260, L'x'));
+    sandbox.set_dword(L"SOFTWARE\\ORACLE\\KEY_Long", L"ORACLE_HOME_NAME", 7);
+    AddService(L"OracleServiceROOT", L"\\bin\\oracle.exe ROOT");
+
+    const std::vector<SOracleSid> found = Find();
+
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].sid, L"ROOT");
+    EXPECT_EQ(found[0].homePath, L"");
+    EXPECT_EQ(found[0].homeName, L"");
+}
+
+TEST_F(OracleHomesTest, ValueOf259CharactersIsReadWhole)
+{
+    const std::wstring name(259, L'n');
+    AddHome(kHomeKey, kHome, name);
+    AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
+
+    const std::vector<SOracleSid> found = Find();
+
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].homeName, name);
+}
+
+TEST_F(OracleHomesTest, StringValueOfOddByteLengthReadsAsEmpty)
+{
+    AddHome(kHomeKey, kHome, L"OraDB19Home1");
+    // Whole characters up to a terminator, and one stray byte behind them.
+    const std::wstring name(L"Odd\0\0", 5);
+    sandbox.delete_value(kHomeKey, L"ORACLE_HOME_NAME");
+    HKEY key = nullptr;
+    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, kHomeKey.c_str(), 0, KEY_SET_VALUE, &key), 0);
+    ASSERT_EQ(RegSetValueExW(key, L"ORACLE_HOME_NAME", 0, REG_SZ,
+                             reinterpret_cast<const BYTE*>(name.data()),
+                             static_cast<DWORD>(name.size() * sizeof(wchar_t) - 1)),
+              0);
+    RegCloseKey(key);
+    AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
+
+    const std::vector<SOracleSid> found = Find();
+
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].homeName, L"");
+}
+
+TEST_F(OracleHomesTest, AutostartValueOfTheHomeDecidesForAllItsInstances)
+{
+    AddHome(kHomeKey, kHome, L"OraDB19Home1");
+    AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
+    AddService(L"OracleServiceTEST", kHome + L"\\bin\\oracle.exe TEST");
+    sandbox.set_string(kHomeKey, L"ORA_UNRELATED_AUTOSTART", L"false");
+
+    const std::vector<SOracleSid> found = Find({}, true);
+
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_FALSE(found[0].isAutostart);
+    EXPECT_FALSE(found[1].isAutostart);
+}
+
+TEST_F(OracleHomesTest, AutostartTextsAreReadAsBooleansWithZeroAsTheOnlyOtherFalse)
+{
+    AddHome(kHomeKey, kHome, L"OraDB19Home1");
+    AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
+    const std::vector<std::pair<std::wstring, bool>> cases = {
+        {L"FALSE", false}, {L"False", false}, {L"0", false}, {L"TRUE", true},
+        {L"no", true},     {L"", true},       {L"1", true},
+    };
+    for (const auto& entry : cases) {
+        sandbox.set_string(kHomeKey, L"ORA_ORCL_AUTOSTART", entry.first);
+        const std::vector<SOracleSid> found = Find({}, true);
+        ASSERT_EQ(found.size(), 1u);
+        EXPECT_EQ(found[0].isAutostart, entry.second) << "value \"" << util::wide_to_utf8(entry.first) << "\"";
+    }
+}
+
+TEST_F(OracleHomesTest, FirstAutostartValueInEnumerationOrderWins)
+{
+    AddHome(kHomeKey, kHome, L"OraDB19Home1");
+    AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
+    sandbox.set_string(kHomeKey, L"ORA_TEST_AUTOSTART", L"TRUE");
+    sandbox.set_string(kHomeKey, L"ORA_ORCL_AUTOSTART", L"FALSE");
+
+    // What "first" means is the registry's own enumeration order.
+    HKEY key = nullptr;
+    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, kHomeKey.c_str(), 0, KEY_READ, &key), 0);
+    bool expected = true;
+    wchar_t name[256];
+    for (DWORD index = 0;; ++index) {
+        DWORD length = 256;
+        if (RegEnumValueW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr) != 0)
+            break;
+        const std::wstring text(name, length);
+        if (text == L"ORA_TEST_AUTOSTART" || text == L"ORA_ORCL_AUTOSTART") {
+            expected = text == L"ORA_TEST_AUTOSTART";
+            break;
+        }
+    }
+    RegCloseKey(key);
+
+    const std::vector<SOracleSid> found = Find({}, true);
+
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].isAutostart, expected);
+}
+
+TEST_F(OracleHomesTest, OnlyStringValuesShapedOraSidAutostartCount)
+{
+    AddHome(kHomeKey, kHome, L"OraDB19Home1");
+    AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
+    sandbox.set_dword(kHomeKey, L"ORA_A_AUTOSTART", 0);
+    sandbox.set_string(kHomeKey, L"ORA_B_AUTOSTART_OLD", L"false");
+    sandbox.set_string(kHomeKey, L"ORA_C_AUTOSTART_X_AUTOSTART", L"false");
+    sandbox.set_string(kHomeKey, L"XORA_D_AUTOSTART", L"false");
+
+    const std::vector<SOracleSid> withDecoys = Find({}, true);
+    ASSERT_EQ(withDecoys.size(), 1u);
+    EXPECT_TRUE(withDecoys[0].isAutostart);
+
+    sandbox.set_string(kHomeKey, L"ora_e_autostart", L"false");
+    const std::vector<SOracleSid> withLowerCase = Find({}, true);
+    ASSERT_EQ(withLowerCase.size(), 1u);
+    EXPECT_FALSE(withLowerCase[0].isAutostart);
+}
+
+TEST_F(OracleHomesTest, AutostartIsIgnoredWhenTheOptionIsOff)
+{
+    AddHome(kHomeKey, kHome, L"OraDB19Home1");
+    AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
+    sandbox.set_string(kHomeKey, L"ORA_ORCL_AUTOSTART", L"FALSE");
+
+    const std::vector<SOracleSid> found = Find({}, false);
+
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_TRUE(found[0].isAutostart);
+}
+
+TEST_F(OracleHomesTest, ExcludedSidIsDroppedWhateverItsCaseAndTheOthersStay)
+{
+    AddHome(kHomeKey, kHome, L"OraDB19Home1");
+    AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe Orcl");
+    AddService(L"OracleServiceTEST", kHome + L"\\bin\\oracle.exe TEST");
+    testing_support::log_capture_t capture;
+
+    const std::vector<SOracleSid> found = Find({L"ORC", L"oRCL"});
+
+    EXPECT_EQ(SidsOf(found), std::vector<std::wstring>{L"TEST"});
+    EXPECT_TRUE(HasLine(capture.texts(),
+                        "Found oracle instance: Orcl. Is ASM: false, is autostart: true"));
+    EXPECT_TRUE(HasLine(capture.texts(), "Database with sid [Orcl] excluded from processing"));
+}
+
+TEST_F(OracleHomesTest, SubkeyNameLongerThanTheBufferFailsTheWholeDiscovery)
+{
+    AddHome(kHomeKey, kHome, L"OraDB19Home1");
+    AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
+    sandbox.create_key(kServices + std::wstring(255, L'S'));
+
+    try {
+        Find();
+        FAIL() << "a subkey name of 255 characters must not fit";
+    } catch (const exc::win_sys_exc_t& caught) {
+        const std::string text = caught.what();
+        EXPECT_NE(text.find("Failed to enum oracle home reg key"), std::string::npos) << text;
+        const std::string tail = "--tr:COracleHomes: failed to enum reg subkeys.\n"
+                                 "--tr:COracleHomes: failed to find oracle services.\n"
+                                 "--tr:Failed to create oracle homes.";
+        ASSERT_GE(text.size(), tail.size());
+        EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
+    }
+}
+
+} // namespace
