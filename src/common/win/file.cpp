@@ -293,16 +293,18 @@ void win_file_t::write(uint32_t size, const void* data)
     ++counters_.writes;
     ++writes_since_flush_;
     if (written != size)
-        throw exc::runtime_exc_t("Failed to write %1 bytes to the file '%2': %3 bytes were written instead",
-                                 util::int_to_str(size), get_path(), util::int_to_str(written));
+        throw exc::runtime_exc_t(
+            "Failed to write %1 bytes to the file '%2': %3 bytes were written instead",
+            util::int_to_str(size), get_path(), util::int_to_str(written));
 }
 
 uint32_t win_file_t::read(void* data, uint32_t size)
 {
     DWORD got = 0;
-    if (!ReadFile(handle_.get(), data, size, &got, nullptr))
-        throw exc::win_sys_exc_t("Failed to read data from the file [%1].", get_path(),
-                                 GetLastError());
+    if (!ReadFile(handle_.get(), data, size, &got, nullptr)) {
+        const DWORD code = GetLastError();
+        throw exc::win_sys_exc_t("Failed to read data from the file [%1].", get_path(), code);
+    }
     counters_.bytes_read += got;
     ++counters_.reads;
     return got;
@@ -314,10 +316,12 @@ uint64_t win_file_t::seek(int64_t distance, DWORD method)
     move.QuadPart = distance;
     LARGE_INTEGER position;
     position.QuadPart = 0;
-    if (!SetFilePointerEx(handle_.get(), move, &position, method))
+    if (!SetFilePointerEx(handle_.get(), move, &position, method)) {
+        const DWORD code = GetLastError();
         throw exc::win_sys_exc_t(
             "Seek operation has failed. File: [%1]. Distance to move: [%2]. Move method: [%3].",
-            get_path(), util::int_to_str(distance), method_name(method), GetLastError());
+            get_path(), util::int_to_str(distance), method_name(method), code);
+    }
     return static_cast<uint64_t>(position.QuadPart);
 }
 
@@ -334,17 +338,19 @@ uint64_t win_file_t::seek_from_end(int64_t offset)
 uint64_t win_file_t::size()
 {
     LARGE_INTEGER size;
-    if (!GetFileSizeEx(handle_.get(), &size))
-        throw exc::win_sys_exc_t("WINAPI: Cannot get file size. File: [%1].", get_path(),
-                                 GetLastError());
+    if (!GetFileSizeEx(handle_.get(), &size)) {
+        const DWORD code = GetLastError();
+        throw exc::win_sys_exc_t("WINAPI: Cannot get file size. File: [%1].", get_path(), code);
+    }
     return static_cast<uint64_t>(size.QuadPart);
 }
 
 void win_file_t::flush()
 {
-    if (!FlushFileBuffers(handle_.get()))
-        throw exc::win_sys_exc_t("Failed to flush file buffers. File: [%1].", get_path(),
-                                 GetLastError());
+    if (!FlushFileBuffers(handle_.get())) {
+        const DWORD code = GetLastError();
+        throw exc::win_sys_exc_t("Failed to flush file buffers. File: [%1].", get_path(), code);
+    }
     writes_since_flush_ = 0;
 }
 
@@ -352,13 +358,17 @@ void win_file_t::reset_size(uint64_t size)
 {
     LARGE_INTEGER move;
     move.QuadPart = static_cast<LONGLONG>(size);
-    if (!SetFilePointerEx(handle_.get(), move, nullptr, FILE_BEGIN))
+    if (!SetFilePointerEx(handle_.get(), move, nullptr, FILE_BEGIN)) {
+        const DWORD code = GetLastError();
         throw exc::win_sys_exc_t("Unable to reset file size: move operation has failed. "
                                  "Specified file size: [%1]. File: [%2].",
-                                 util::int_to_str(size), get_path(), GetLastError());
-    if (!SetEndOfFile(handle_.get()))
-        throw exc::win_sys_exc_t("Unable to reset file size: trunk operation has failed. File: [%1].",
-                                 get_path(), GetLastError());
+                                 util::int_to_str(size), get_path(), code);
+    }
+    if (!SetEndOfFile(handle_.get())) {
+        const DWORD code = GetLastError();
+        throw exc::win_sys_exc_t(
+            "Unable to reset file size: trunk operation has failed. File: [%1].", get_path(), code);
+    }
 }
 
 win_file_ptr create_file(const path_param_t& path)
@@ -472,10 +482,11 @@ std::wstring get_temp_path()
         buffer.resize(length);
         length = GetTempPathW(static_cast<DWORD>(buffer.size()), &buffer[0]);
     }
-    if (length == 0)
+    if (length == 0) {
+        const DWORD code = GetLastError();
         throw exc::win_sys_exc_t(
-            "Failed to retrieve the path of the directory designated for temporary files.",
-            GetLastError());
+            "Failed to retrieve the path of the directory designated for temporary files.", code);
+    }
     buffer.resize(length);
     return buffer;
 }
@@ -484,9 +495,11 @@ std::wstring get_module_path()
 {
     std::wstring buffer(module_path_chars, L'\0');
     const DWORD length = GetModuleFileNameW(nullptr, &buffer[0], module_path_chars);
-    if (length == 0)
-        throw exc::win_sys_exc_t("Fully-qualified path for the executable file cannot be retrieved.",
-                                 GetLastError());
+    if (length == 0) {
+        const DWORD code = GetLastError();
+        throw exc::win_sys_exc_t(
+            "Fully-qualified path for the executable file cannot be retrieved.", code);
+    }
     buffer.resize(length);
     return buffer;
 }

@@ -151,8 +151,8 @@ TEST_F(RegistryKey, WrongTypeRaisesItsNumberAndTheValueName)
     uint32_t number = 0;
     uint64_t wide_number = 0;
     std::wstring text;
-    const std::vector<std::string> binary = {"Unexpected registry type: [3].",
-                                             "Cannot retrieve a registry value. Value name: [Blob]."};
+    const std::vector<std::string> binary = {
+        "Unexpected registry type: [3].", "Cannot retrieve a registry value. Value name: [Blob]."};
     EXPECT_EQ(binary, failure_lines([&] { key->get_dword(L"Blob", number); }));
     EXPECT_EQ(binary, failure_lines([&] { key->get_dword(std::string("Blob")); }));
     EXPECT_EQ(binary, failure_lines([&] { key->get_dword_or(L"Blob", 1); }));
