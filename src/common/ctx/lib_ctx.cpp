@@ -39,6 +39,14 @@ void CCommonLibCtx::check_access(const std::wstring& path)
     permissions->check_access(path);
 }
 
+void CCommonLibCtx::keep_log_name(const std::wstring& name)
+{
+    if (log_name_kept_)
+        return;
+    log_name_ = name;
+    log_name_kept_ = true;
+}
+
 std::shared_ptr<CCommonLibCtx> get_lib_ctx()
 {
     std::lock_guard<std::recursive_mutex> lock(lib_ctx_mutex());

@@ -35,11 +35,20 @@ public:
     // Asks the access object, under its lock, whether `path` may be touched.
     void check_access(const std::wstring& path);
 
+    // The name of the library's log as the first initialisation gave it; later
+    // names are ignored.
+    void keep_log_name(const std::wstring& name);
+    const std::wstring& log_name() const { return log_name_; }
+
     win::impersonation_tokens_map_t tokens;
     win::security_contexts_t security_contexts;
     std::shared_ptr<io::CCoutMultiplexor> multiplexors;
     std::shared_ptr<security::IFilesAccessPermissions> permissions;
     std::mutex permissions_lock;
+
+private:
+    bool log_name_kept_ = false;
+    std::wstring log_name_;
 };
 
 // The process-wide context, made on first use.

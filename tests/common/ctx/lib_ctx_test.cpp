@@ -11,10 +11,36 @@
 
 using testing_support::log_capture_t;
 
-TEST(lib_ctx, access_check_allows_every_path)
+namespace {
+
+class recording_permissions_t : public security::IFilesAccessPermissions {
+public:
+    void check_access(const std::wstring& path) override { paths.push_back(path); }
+    std::vector<std::wstring> paths;
+};
+
+} // namespace
+
+TEST(lib_ctx, file_access_is_asked_of_the_context_access_object)
 {
     EXPECT_NO_THROW(win::check_access(std::wstring(L"\\\\server\\share\\x")));
-    EXPECT_NO_THROW(win::check_access(std::string("C:\\x")));
+    const auto ctx = util::get_lib_ctx();
+    EXPECT_EQ(ctx, util::get_lib_ctx());
+    const auto unrestricted = ctx->permissions;
+    const auto recorder = std::make_shared<recording_permissions_t>();
+    ctx->permissions = recorder;
+    win::check_access(std::wstring(L"C:\\w\u00e9de"));
+    win::check_access(std::string("C:\\n\xc3\xa4rrow"));
+    ctx->permissions = unrestricted;
+    EXPECT_EQ((std::vector<std::wstring>{L"C:\\w\u00e9de", L"C:\\n\u00e4rrow"}), recorder->paths);
+}
+
+TEST(lib_ctx, keeps_the_first_log_name)
+{
+    util::CCommonLibCtx ctx;
+    ctx.keep_log_name(L"first.log");
+    ctx.keep_log_name(L"second.log");
+    EXPECT_EQ(L"first.log", ctx.log_name());
 }
 
 TEST(lib_ctx, teardown_clears_the_console_multiplexors_with_a_note)
