@@ -1,0 +1,121 @@
+#include "oracle/client/guarded_thread.h"
+
+#include "common/exc/exc.h"
+
+#include <utility>
+
+namespace specific {
+namespace oracle {
+
+namespace {
+
+// How long a late thread may take to reach its next client call before it is
+// killed wherever it stands. Our own code between two client calls runs for
+// microseconds; only a thread stuck on a lock that an earlier kill left held
+// needs the grace to run out.
+constexpr DWORD kSafePointGraceMs = 500;
+
+constexpr DWORD kTimeoutExitCode = 1460;
+
+// The slot holds, on a guarded thread, the address of its "in client" flag.
+DWORD client_flag_slot()
+{
+    static const DWORD slot = TlsAlloc();
+    return slot;
+}
+
+bool has_ended(HANDLE thread)
+{
+    return WaitForSingleObject(thread, 0) == WAIT_OBJECT_0;
+}
+
+} // namespace
+
+CClientCallMark::CClientCallMark() noexcept
+    : flag_(static_cast<volatile LONG*>(TlsGetValue(client_flag_slot())))
+{
+    if (flag_ != nullptr)
+        InterlockedExchange(flag_, 1);
+}
+
+CClientCallMark::~CClientCallMark()
+{
+    if (flag_ != nullptr)
+        InterlockedExchange(flag_, 0);
+}
+
+struct CGuardedThread::SState {
+    std::function<void()> body;
+    volatile LONG inClient = 0;
+};
+
+CGuardedThread::CGuardedThread(std::function<void()> body) : state_(new SState)
+{
+    state_->body = std::move(body);
+    client_flag_slot();
+    handle_ = CreateThread(nullptr, 0, &CGuardedThread::Run, state_, 0, &id_);
+    if (handle_ == nullptr) {
+        const DWORD error = GetLastError();
+        delete state_;
+        throw exc::win_sys_exc_t("Failed to create thread.", error);
+    }
+}
+
+CGuardedThread::~CGuardedThread()
+{
+    // A thread that is still running (its kill failed) may yet touch its
+    // state: that is left to the end of the process.
+    if (has_ended(handle_))
+        delete state_;
+    CloseHandle(handle_);
+}
+
+DWORD WINAPI CGuardedThread::Run(LPVOID param)
+{
+    auto* state = static_cast<SState*>(param);
+    TlsSetValue(client_flag_slot(), const_cast<LONG*>(&state->inClient));
+    state->body();
+    TlsSetValue(client_flag_slot(), nullptr);
+    return 0;
+}
+
+bool CGuardedThread::Join(int32_t timeoutSec)
+{
+    const DWORD waitMs = timeoutSec > 0 ? static_cast<DWORD>(timeoutSec) * 1000u : 0u;
+    return WaitForSingleObject(handle_, waitMs) == WAIT_OBJECT_0;
+}
+
+bool CGuardedThread::Terminate()
+{
+    const ULONGLONG graceEnd = GetTickCount64() + kSafePointGraceMs;
+    for (;;) {
+        if (has_ended(handle_))
+            return true;
+        const bool graceOver = GetTickCount64() >= graceEnd;
+        const bool suspended = SuspendThread(handle_) != static_cast<DWORD>(-1);
+        if (suspended) {
+            // The context read makes sure the suspension has taken effect
+            // before the flag is trusted.
+            CONTEXT context = {};
+            context.ContextFlags = CONTEXT_CONTROL;
+            GetThreadContext(handle_, &context);
+        }
+        if (state_->inClient != 0 || graceOver) {
+            if (!TerminateThread(handle_, kTimeoutExitCode)) {
+                const DWORD error = GetLastError();
+                if (suspended)
+                    ResumeThread(handle_);
+                SetLastError(error);
+                return false;
+            }
+            WaitForSingleObject(handle_, INFINITE);
+            return true;
+        }
+        if (suspended)
+            ResumeThread(handle_);
+        Sleep(1);
+    }
+}
+
+} // namespace oracle
+} // namespace specific

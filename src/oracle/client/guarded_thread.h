@@ -1,0 +1,62 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <functional>
+
+namespace specific {
+namespace oracle {
+
+// Marks the calling thread as being inside the client library for the life
+// of the object. Every call into OCI is bracketed by one; on a thread that
+// isn't a CGuardedThread it does nothing.
+class CClientCallMark {
+public:
+    CClientCallMark() noexcept;
+    ~CClientCallMark();
+    CClientCallMark(const CClientCallMark&) = delete;
+    CClientCallMark& operator=(const CClientCallMark&) = delete;
+
+private:
+    volatile LONG* flag_;
+};
+
+// A Win32 thread that the caller waits for with a deadline and may have to
+// kill. It is killed only while it stands inside the client library (see
+// CClientCallMark): there it holds none of our locks and no lock of the heap
+// that we took, so the process goes on working after the kill.
+class CGuardedThread {
+public:
+    // Starts `body` at once. `body` must not throw. Raises exc::win_sys_exc_t
+    // when the thread can't be created.
+    explicit CGuardedThread(std::function<void()> body);
+    ~CGuardedThread();
+    CGuardedThread(const CGuardedThread&) = delete;
+    CGuardedThread& operator=(const CGuardedThread&) = delete;
+
+    // Waits until the thread ends or `timeoutSec` seconds pass (none when 0 or
+    // less). True when it ended.
+    bool Join(int32_t timeoutSec);
+
+    // Ends the thread with exit code 1460 (ERROR_TIMEOUT) at its next stay in
+    // the client, and waits for it to be gone. A thread that doesn't reach
+    // the client within a short grace is killed where it stands, so the
+    // caller's deadline holds. False, with the last error set, when
+    // TerminateThread fails.
+    bool Terminate();
+
+    HANDLE Handle() const { return handle_; }
+    DWORD Id() const { return id_; }
+
+private:
+    struct SState;
+    static DWORD WINAPI Run(LPVOID param);
+
+    SState* state_;
+    HANDLE handle_ = nullptr;
+    DWORD id_ = 0;
+};
+
+} // namespace oracle
+} // namespace specific

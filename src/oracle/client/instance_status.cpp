@@ -1,0 +1,133 @@
+#include "oracle/client/instance_status.h"
+
+#include "boundary/oracle_config.h"
+#include "common/logging/log.h"
+#include "common/strings/strings.h"
+#include "oracle/client/guarded_thread.h"
+#include "oracle/client/oracle_exc.h"
+#include "oracle/client/oracle_query.h"
+#include "oracle/client/oracle_session.h"
+
+#include <cstdio>
+
+namespace specific {
+namespace oracle {
+
+namespace {
+
+const char* type_word(COracleInstanceStatus::StatusQueryType type)
+{
+    return type == COracleInstanceStatus::DatabaseStatus ? "database" : "instance";
+}
+
+bool begins_with(const std::wstring& text, const std::wstring& prefix)
+{
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+} // namespace
+
+bool COracleInstanceStatus::IsInstanceOpen(const std::shared_ptr<COracleSession>& session,
+                                           bool assumeOpen)
+{
+    try {
+        if (session->instanceShutdown) {
+            logging::oralib().info("Oracle instance is shutdown");
+            return false;
+        }
+        if (assumeOpen)
+            return true;
+        std::wstring status;
+        GetStatus(status, session, InstanceStatus);
+        return begins_with(status, L"OPEN") || begins_with(status, L"OPEN MIGRATE");
+    } catch (const std::exception& e) {
+        exc::throw_nested_trace("OracleSession: failed to check if instance is open.", e);
+    }
+}
+
+bool COracleInstanceStatus::IsDbActive(const std::shared_ptr<COracleSession>& session)
+{
+    try {
+        std::wstring status;
+        GetStatus(status, session, DatabaseStatus);
+        return begins_with(status, L"ACTIVE");
+    } catch (const std::exception& e) {
+        exc::throw_nested_trace("Failed to check if oracle db is active.", e);
+    }
+}
+
+void COracleInstanceStatus::GetStatus(std::wstring& status,
+                                      const std::shared_ptr<COracleSession>& session,
+                                      StatusQueryType type)
+{
+    try {
+        logging::log_operation_t operation("Getting oracle %1 status", type_word(type));
+        threadError.reset();
+        COracleSession& target = *session;
+        CGuardedThread thread([this, &target, type, &status] { StatusThread(target, type, status); });
+        if (!thread.Join(COracleConfig::Instance().connectionTimeoutSec)) {
+            session->abandoned = true;
+            TerminateStatusThread(thread);
+            throw COracleStatusQueryTimeoutExc("Failed to wait checking if oracle instance is opened");
+        }
+        if (threadError)
+            threadError->rethrow();
+        logging::oralib().info("Oracle instance status: %1", util::wide_to_ansi_safe(status));
+        operation.ok();
+    } catch (const std::exception& e) {
+        exc::throw_nested_trace("Checking if oracle instance is open thread failed.", e);
+    }
+}
+
+void COracleInstanceStatus::StatusThread(COracleSession& session, StatusQueryType type,
+                                         std::wstring& status)
+{
+    try {
+        try {
+            status = GetStatusImpl(session, type);
+        } catch (const std::exception& e) {
+            exc::throw_nested_trace("Getting oracle database thread failed", e);
+        }
+    } catch (const std::exception& e) {
+        logging::oralib().error_exc(e);
+        threadError = exc::to_exc_ptr(e);
+    }
+}
+
+std::wstring COracleInstanceStatus::GetStatusImpl(COracleSession& session, StatusQueryType type)
+{
+    const char* word = type_word(type);
+    try {
+        logging::log_operation_t operation("Getting oracle %1 status implementation", word);
+        const std::shared_ptr<COracleQuery> query = session.NewQuery();
+        std::wstring status;
+        if (type == InstanceStatus)
+            status = query->ExecValue("SELECT STATUS FROM V$INSTANCE", true);
+        else if (type == DatabaseStatus)
+            status = query->ExecValue("SELECT DATABASE_STATUS FROM V$INSTANCE", true);
+        else
+            throw exc::runtime_exc_t("Unknown query type: %1",
+                                     util::int_to_str(static_cast<int32_t>(type)));
+        logging::oralib().info("Oracle %1 status: %2", word, util::wide_to_ansi_safe(status));
+        operation.ok();
+        return status;
+    } catch (const std::exception& e) {
+        exc::throw_nested_trace(util::format_msg("Checking if oracle %1 is open thread failed", word), e);
+    }
+}
+
+void COracleInstanceStatus::TerminateStatusThread(CGuardedThread& thread)
+{
+    char id[32] = "{Not-any-thread}";
+    if (thread.Id() != 0)
+        std::snprintf(id, sizeof(id), "%lx", static_cast<unsigned long>(thread.Id()));
+    logging::log_operation_t operation("Terminating thread %1", id);
+    if (!thread.Terminate()) {
+        const DWORD error = GetLastError();
+        throw exc::win_sys_exc_t("Failed to terminate thread %1", id, error);
+    }
+    operation.ok();
+}
+
+} // namespace oracle
+} // namespace specific

@@ -1,0 +1,202 @@
+#include "oracle/client/win_ora_interface.h"
+
+#include "common/logging/log.h"
+#include "common/strings/strings.h"
+#include "oracle/client/guarded_thread.h"
+#include "oracle/client/oracle_exc.h"
+
+#include <mutex>
+#include <utility>
+
+namespace specific {
+namespace oracle {
+
+namespace {
+
+template <typename F>
+void resolve(HMODULE module, const std::wstring& path, const char* name, F& target)
+{
+    FARPROC address = GetProcAddress(module, name);
+    if (address == nullptr)
+        throw COracleClientLoadExc(util::format_msg(
+            "The function %1 is missing in [%2].", name, util::wide_to_ansi_safe(path)));
+    target = reinterpret_cast<F>(reinterpret_cast<void*>(address));
+}
+
+std::wstring module_path(HMODULE module)
+{
+    wchar_t buffer[MAX_PATH + 1] = {};
+    const DWORD length = GetModuleFileNameW(module, buffer, MAX_PATH);
+    return std::wstring(buffer, length);
+}
+
+} // namespace
+
+std::shared_ptr<CWinOraInterface> CWinOraInterface::Instance()
+{
+    static std::mutex guard;
+    static std::shared_ptr<CWinOraInterface> instance;
+    std::lock_guard<std::mutex> lock(guard);
+    if (!instance) {
+        instance = Load(L"OCI.dll");
+        logging::oralib().detail("OCI library loaded: %1",
+                                 util::wide_to_ansi_safe(instance->LibraryPath()));
+    }
+    return instance;
+}
+
+std::shared_ptr<CWinOraInterface> CWinOraInterface::Load(const std::wstring& libraryName)
+{
+    // The module is never freed: entry points of a loaded client stay valid
+    // for the life of the process, as abandoned sessions may still be in it.
+    HMODULE module = LoadLibraryW(libraryName.c_str());
+    if (module == nullptr) {
+        const DWORD error = GetLastError();
+        throw COracleClientLoadExc(util::format_msg("Cannot load [%1]: %2 Error code: %3",
+                                                    util::wide_to_ansi_safe(libraryName),
+                                                    exc::get_error_text(error),
+                                                    exc::error_code_text(error)));
+    }
+    const std::wstring path = module_path(module);
+    oci::SOciFunctions fn;
+    resolve(module, path, "OCIEnvCreate", fn.EnvCreate);
+    resolve(module, path, "OCIHandleAlloc", fn.HandleAlloc);
+    resolve(module, path, "OCIHandleFree", fn.HandleFree);
+    resolve(module, path, "OCIServerAttach", fn.ServerAttach);
+    resolve(module, path, "OCIAttrSet", fn.AttrSet);
+    resolve(module, path, "OCISessionBegin", fn.SessionBegin);
+    resolve(module, path, "OCISessionEnd", fn.SessionEnd);
+    resolve(module, path, "OCIServerDetach", fn.ServerDetach);
+    resolve(module, path, "OCIStmtPrepare", fn.StmtPrepare);
+    resolve(module, path, "OCIDefineByPos", fn.DefineByPos);
+    resolve(module, path, "OCIBindByName", fn.BindByName);
+    resolve(module, path, "OCIStmtExecute", fn.StmtExecute);
+    resolve(module, path, "OCIStmtFetch2", fn.StmtFetch2);
+    resolve(module, path, "OCIErrorGet", fn.ErrorGet);
+    resolve(module, path, "OCIDBStartup", fn.DBStartup);
+    resolve(module, path, "OCIDBShutdown", fn.DBShutdown);
+    return std::make_shared<CWinOraInterface>(fn, path);
+}
+
+CWinOraInterface::CWinOraInterface(const oci::SOciFunctions& functions, std::wstring libraryPath)
+    : fn_(functions), libraryPath_(std::move(libraryPath))
+{
+}
+
+oci::sword CWinOraInterface::EnvCreate(oci::OCIEnv** env, oci::ub4 mode) const
+{
+    CClientCallMark mark;
+    return fn_.EnvCreate(env, mode, nullptr, nullptr, nullptr, nullptr, 0, nullptr);
+}
+
+oci::sword CWinOraInterface::HandleAlloc(const void* parent, void** handle, oci::ub4 type) const
+{
+    CClientCallMark mark;
+    return fn_.HandleAlloc(parent, handle, type, 0, nullptr);
+}
+
+oci::sword CWinOraInterface::HandleFree(void* handle, oci::ub4 type) const
+{
+    CClientCallMark mark;
+    return fn_.HandleFree(handle, type);
+}
+
+oci::sword CWinOraInterface::ServerAttach(oci::OCIServer* server, oci::OCIError* error,
+                                          oci::ub4 mode) const
+{
+    CClientCallMark mark;
+    return fn_.ServerAttach(server, error, nullptr, 0, mode);
+}
+
+oci::sword CWinOraInterface::AttrSet(void* target, oci::ub4 targetType, void* value, oci::ub4 size,
+                                     oci::ub4 attribute, oci::OCIError* error) const
+{
+    CClientCallMark mark;
+    return fn_.AttrSet(target, targetType, value, size, attribute, error);
+}
+
+oci::sword CWinOraInterface::SessionBegin(oci::OCISvcCtx* serviceContext, oci::OCIError* error,
+                                          oci::OCISession* session, oci::ub4 credentials,
+                                          oci::ub4 mode) const
+{
+    CClientCallMark mark;
+    return fn_.SessionBegin(serviceContext, error, session, credentials, mode);
+}
+
+oci::sword CWinOraInterface::SessionEnd(oci::OCISvcCtx* serviceContext, oci::OCIError* error,
+                                        oci::OCISession* session) const
+{
+    CClientCallMark mark;
+    return fn_.SessionEnd(serviceContext, error, session, oci::OCI_DEFAULT);
+}
+
+oci::sword CWinOraInterface::ServerDetach(oci::OCIServer* server, oci::OCIError* error) const
+{
+    CClientCallMark mark;
+    return fn_.ServerDetach(server, error, oci::OCI_DEFAULT);
+}
+
+oci::sword CWinOraInterface::StmtPrepare(oci::OCIStmt* statement, oci::OCIError* error,
+                                         const std::string& text) const
+{
+    CClientCallMark mark;
+    return fn_.StmtPrepare(statement, error, reinterpret_cast<const oci::OraText*>(text.c_str()),
+                           static_cast<oci::ub4>(text.size()), oci::OCI_NTV_SYNTAX,
+                           oci::OCI_DEFAULT);
+}
+
+oci::sword CWinOraInterface::DefineByPos(oci::OCIStmt* statement, oci::OCIDefine** define,
+                                         oci::OCIError* error, oci::ub4 position, void* buffer,
+                                         oci::sb4 size, oci::ub2 dty, oci::sb2* indicator) const
+{
+    CClientCallMark mark;
+    return fn_.DefineByPos(statement, define, error, position, buffer, size, dty, indicator,
+                           nullptr, nullptr, oci::OCI_DEFAULT);
+}
+
+oci::sword CWinOraInterface::BindByName(oci::OCIStmt* statement, oci::OCIBind** bind,
+                                        oci::OCIError* error, const std::string& name, void* value,
+                                        oci::sb4 size, oci::ub2 dty) const
+{
+    CClientCallMark mark;
+    return fn_.BindByName(statement, bind, error,
+                          reinterpret_cast<const oci::OraText*>(name.c_str()), -1, value, size,
+                          dty, nullptr, nullptr, nullptr, 0, nullptr, oci::OCI_DEFAULT);
+}
+
+oci::sword CWinOraInterface::StmtExecute(oci::OCISvcCtx* serviceContext, oci::OCIStmt* statement,
+                                         oci::OCIError* error, oci::ub4 iters) const
+{
+    CClientCallMark mark;
+    return fn_.StmtExecute(serviceContext, statement, error, iters, 0, nullptr, nullptr,
+                           oci::OCI_DEFAULT);
+}
+
+oci::sword CWinOraInterface::StmtFetch2(oci::OCIStmt* statement, oci::OCIError* error) const
+{
+    CClientCallMark mark;
+    return fn_.StmtFetch2(statement, error, 1, oci::OCI_FETCH_NEXT, 0, oci::OCI_DEFAULT);
+}
+
+oci::sword CWinOraInterface::ErrorGet(oci::OCIError* error, oci::sb4* code, oci::OraText* buffer,
+                                      oci::ub4 size) const
+{
+    CClientCallMark mark;
+    return fn_.ErrorGet(error, 1, nullptr, code, buffer, size, oci::OCI_HTYPE_ERROR);
+}
+
+oci::sword CWinOraInterface::DBStartup(oci::OCISvcCtx* serviceContext, oci::OCIError* error) const
+{
+    CClientCallMark mark;
+    return fn_.DBStartup(serviceContext, error, nullptr, oci::OCI_DEFAULT, 0);
+}
+
+oci::sword CWinOraInterface::DBShutdown(oci::OCISvcCtx* serviceContext, oci::OCIError* error,
+                                        oci::ub4 mode) const
+{
+    CClientCallMark mark;
+    return fn_.DBShutdown(serviceContext, error, nullptr, mode);
+}
+
+} // namespace oracle
+} // namespace specific
