@@ -138,10 +138,10 @@ FaultHit find_fault(const std::string& sid, const std::string& point, const std:
 }
 
 // Carries out a hang, a crash or an error; a fetch failure is left to the fetch.
-void act_on(const FaultHit& hit, const std::string& sid, const std::string& point) {
+void act_on(const FaultHit& hit, const std::string& sid) {
     if (!hit.hit) return;
     const std::string& kind = hit.fault.get("kind");
-    journal("fault sid=" + sid + " kind=" + kind + " at=" + point);
+    journal("fault sid=" + sid + " kind=" + kind + " at=" + hit.fault.get("at"));
     if (kind == "hang") {
         WaitForSingleObject(g_neverSet, INFINITE);
     } else if (kind == "av") {
@@ -494,7 +494,7 @@ sword OCIServerAttach(OCIServer* srvhp, OCIError* errhp, const OraText* dblink, 
             if (sid.empty() || !sim.world.find(sid)) throw OraError(12560);
         }
         round_trip(sid);
-        act_on(find_fault(sid, "attach", ""), sid, "attach");
+        act_on(find_fault(sid, "attach", ""), sid);
     } catch (const OraError& e) {
         return fail(err, sid, e);
     }
@@ -566,7 +566,7 @@ sword OCISessionBegin(OCISvcCtx* svchp, OCIError* errhp, OCISession* usrhp, ub4 
         if (mode & ~(OCI_SYSDBA | OCI_PRELIM_AUTH)) throw OraError(24300);
         if (credt != OCI_CRED_EXT && credt != OCI_CRED_RDBMS) throw OraError(1017);
         round_trip(sid);
-        act_on(find_fault(sid, "session_begin", ""), sid, "session_begin");
+        act_on(find_fault(sid, "session_begin", ""), sid);
         Simulator& sim = simulator();
         std::lock_guard<std::mutex> guard(sim.lock);
         const Instance* instance = sim.world.find(sid);
@@ -719,7 +719,7 @@ sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iter
             stmt->fetchFailCode = hit.fault.get("code").empty() ? 3113 : std::stoi(hit.fault.get("code"));
             stmt->fetchFailText = hit.fault.get("message");
         } else {
-            act_on(hit, sid, "sql");
+            act_on(hit, sid);
         }
         Simulator& sim = simulator();
         std::lock_guard<std::mutex> guard(sim.lock);
@@ -792,7 +792,7 @@ sword OCIDBStartup(OCISvcCtx* svchp, OCIError* errhp, OCIAdmin* admhp, ub4 mode,
         if (admhp || mode != OCI_DEFAULT || (flags & ~(OCI_DBSTARTUPFLAG_FORCE | OCI_DBSTARTUPFLAG_RESTRICT)))
             throw OraError(24300);
         round_trip(sid);
-        act_on(find_fault(sid, "startup", ""), sid, "startup");
+        act_on(find_fault(sid, "startup", ""), sid);
         Simulator& sim = simulator();
         std::lock_guard<std::mutex> guard(sim.lock);
         Instance* instance = sim.world.find(sid);
@@ -820,7 +820,7 @@ sword OCIDBShutdown(OCISvcCtx* svchp, OCIError* errhp, OCIAdmin* admhp, ub4 mode
         if (!svc->session || !svc->session->begun) throw OraError(1012);
         if (admhp) throw OraError(24300);
         round_trip(sid);
-        act_on(find_fault(sid, "shutdown", ""), sid, "shutdown");
+        act_on(find_fault(sid, "shutdown", ""), sid);
         Simulator& sim = simulator();
         std::lock_guard<std::mutex> guard(sim.lock);
         Instance* instance = sim.world.find(sid);

@@ -1,0 +1,464 @@
+// Drives OCI.dll through its exports, as the library does: loaded at run time, with
+// the calls and arguments of a real client.
+#include "ocisim/oci_abi.h"
+#include "ocisim/scenario_builder.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace ocisim {
+namespace {
+
+using namespace abi;
+
+struct Api {
+    sword (*EnvCreate)(OCIEnv**, ub4, const void*, void* (*)(void*, size_t), void* (*)(void*, void*, size_t),
+                       void (*)(void*, void*), size_t, void**);
+    sword (*HandleAlloc)(const void*, void**, ub4, size_t, void**);
+    sword (*HandleFree)(void*, ub4);
+    sword (*ServerAttach)(OCIServer*, OCIError*, const OraText*, sb4, ub4);
+    sword (*ServerDetach)(OCIServer*, OCIError*, ub4);
+    sword (*AttrSet)(void*, ub4, void*, ub4, ub4, OCIError*);
+    sword (*SessionBegin)(OCISvcCtx*, OCIError*, OCISession*, ub4, ub4);
+    sword (*SessionEnd)(OCISvcCtx*, OCIError*, OCISession*, ub4);
+    sword (*StmtPrepare)(OCIStmt*, OCIError*, const OraText*, ub4, ub4, ub4);
+    sword (*DefineByPos)(OCIStmt*, OCIDefine**, OCIError*, ub4, void*, sb4, ub2, void*, ub2*, ub2*, ub4);
+    sword (*BindByName)(OCIStmt*, OCIBind**, OCIError*, const OraText*, sb4, void*, sb4, ub2, void*, ub2*, ub2*, ub4,
+                        ub4*, ub4);
+    sword (*StmtExecute)(OCISvcCtx*, OCIStmt*, OCIError*, ub4, ub4, const OCISnapshot*, OCISnapshot*, ub4);
+    sword (*StmtFetch2)(OCIStmt*, OCIError*, ub4, ub2, sb4, ub4);
+    sword (*ErrorGet)(void*, ub4, OraText*, sb4*, OraText*, ub4, ub4);
+    sword (*DBStartup)(OCISvcCtx*, OCIError*, OCIAdmin*, ub4, ub4);
+    sword (*DBShutdown)(OCISvcCtx*, OCIError*, OCIAdmin*, ub4);
+};
+
+template <class F>
+void bind_export(HMODULE module, F& target, const char* name) {
+    target = reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+    if (!target) throw std::runtime_error(std::string("OCI.dll has no export ") + name);
+}
+
+const Api& api() {
+    static const Api table = [] {
+        HMODULE module = LoadLibraryW(L"OCI.dll");
+        if (!module) throw std::runtime_error("OCI.dll not found beside the test");
+        Api a{};
+        bind_export(module, a.EnvCreate, "OCIEnvCreate");
+        bind_export(module, a.HandleAlloc, "OCIHandleAlloc");
+        bind_export(module, a.HandleFree, "OCIHandleFree");
+        bind_export(module, a.ServerAttach, "OCIServerAttach");
+        bind_export(module, a.ServerDetach, "OCIServerDetach");
+        bind_export(module, a.AttrSet, "OCIAttrSet");
+        bind_export(module, a.SessionBegin, "OCISessionBegin");
+        bind_export(module, a.SessionEnd, "OCISessionEnd");
+        bind_export(module, a.StmtPrepare, "OCIStmtPrepare");
+        bind_export(module, a.DefineByPos, "OCIDefineByPos");
+        bind_export(module, a.BindByName, "OCIBindByName");
+        bind_export(module, a.StmtExecute, "OCIStmtExecute");
+        bind_export(module, a.StmtFetch2, "OCIStmtFetch2");
+        bind_export(module, a.ErrorGet, "OCIErrorGet");
+        bind_export(module, a.DBStartup, "OCIDBStartup");
+        bind_export(module, a.DBShutdown, "OCIDBShutdown");
+        return a;
+    }();
+    return table;
+}
+
+using Rows = std::vector<std::vector<std::string>>;
+
+// One connection, made and used the way the library's client layer does it.
+class Connection {
+public:
+    Connection() {
+        api().EnvCreate(&env_, OCI_THREADED, nullptr, nullptr, nullptr, nullptr, 0, nullptr);
+        api().HandleAlloc(env_, reinterpret_cast<void**>(&err_), OCI_HTYPE_ERROR, 0, nullptr);
+        api().HandleAlloc(env_, reinterpret_cast<void**>(&svc_), OCI_HTYPE_SVCCTX, 0, nullptr);
+        api().HandleAlloc(env_, reinterpret_cast<void**>(&server_), OCI_HTYPE_SERVER, 0, nullptr);
+        api().HandleAlloc(env_, reinterpret_cast<void**>(&session_), OCI_HTYPE_SESSION, 0, nullptr);
+    }
+
+    ~Connection() {
+        if (begun_) api().SessionEnd(svc_, err_, session_, OCI_DEFAULT);
+        if (attached_) api().ServerDetach(server_, err_, OCI_DEFAULT);
+        api().HandleFree(session_, OCI_HTYPE_SESSION);
+        api().HandleFree(server_, OCI_HTYPE_SERVER);
+        api().HandleFree(svc_, OCI_HTYPE_SVCCTX);
+        api().HandleFree(err_, OCI_HTYPE_ERROR);
+        api().HandleFree(env_, OCI_HTYPE_ENV);
+    }
+
+    sword attach() {
+        const sword status = api().ServerAttach(server_, err_, nullptr, 0, OCI_DEFAULT);
+        attached_ = status == OCI_SUCCESS;
+        if (attached_) api().AttrSet(svc_, OCI_HTYPE_SVCCTX, server_, 0, OCI_ATTR_SERVER, err_);
+        return status;
+    }
+
+    sword logon(ub4 mode, std::string login = "", std::string password = "") {
+        if (!login.empty()) {
+            api().AttrSet(session_, OCI_HTYPE_SESSION, login.data(), static_cast<ub4>(login.size()), OCI_ATTR_USERNAME,
+                          err_);
+            api().AttrSet(session_, OCI_HTYPE_SESSION, password.data(), static_cast<ub4>(password.size()),
+                          OCI_ATTR_PASSWORD, err_);
+        }
+        const sword status =
+            api().SessionBegin(svc_, err_, session_, login.empty() ? OCI_CRED_EXT : OCI_CRED_RDBMS, mode);
+        begun_ = status == OCI_SUCCESS;
+        if (begun_) api().AttrSet(svc_, OCI_HTYPE_SVCCTX, session_, 0, OCI_ATTR_SESSION, err_);
+        return status;
+    }
+
+    sword connect(ub4 mode = OCI_SYSDBA) {
+        const sword status = attach();
+        return status == OCI_SUCCESS ? logon(mode) : status;
+    }
+
+    // Runs a statement and fetches its rows into 1024-byte SQLT_STR buffers. The
+    // status of each fetch, the last one included, goes to `fetches`.
+    sword run(const std::string& sql, ub4 columns, Rows* rows = nullptr, std::vector<sword>* fetches = nullptr,
+              std::vector<std::vector<sb2>>* indicators = nullptr) {
+        OCIStmt* stmt = nullptr;
+        api().HandleAlloc(env_, reinterpret_cast<void**>(&stmt), OCI_HTYPE_STMT, 0, nullptr);
+        sword status = api().StmtPrepare(stmt, err_, reinterpret_cast<const OraText*>(sql.data()),
+                                         static_cast<ub4>(sql.size()), OCI_NTV_SYNTAX, OCI_DEFAULT);
+        std::vector<std::vector<char>> buffers(columns, std::vector<char>(1024));
+        std::vector<sb2> ind(columns, 0);
+        std::vector<OCIDefine*> defines(columns, nullptr);
+        for (ub4 i = 0; i < columns && status == OCI_SUCCESS; ++i)
+            status = api().DefineByPos(stmt, &defines[i], err_, i + 1, buffers[i].data(), 1024, SQLT_STR, &ind[i],
+                                       nullptr, nullptr, OCI_DEFAULT);
+        if (status == OCI_SUCCESS) status = api().StmtExecute(svc_, stmt, err_, columns == 0 ? 1 : 0, 0, nullptr,
+                                                              nullptr, OCI_DEFAULT);
+        while (status == OCI_SUCCESS && columns > 0) {
+            const sword fetched = api().StmtFetch2(stmt, err_, 1, OCI_FETCH_NEXT, 0, OCI_DEFAULT);
+            if (fetches) fetches->push_back(fetched);
+            if (fetched != OCI_SUCCESS && fetched != OCI_SUCCESS_WITH_INFO) break;
+            std::vector<std::string> row;
+            for (const auto& buffer : buffers) row.emplace_back(buffer.data());
+            if (rows) rows->push_back(row);
+            if (indicators) indicators->push_back(ind);
+        }
+        for (OCIDefine* define : defines)
+            if (define) api().HandleFree(define, OCI_HTYPE_DEFINE);
+        api().HandleFree(stmt, OCI_HTYPE_STMT);
+        return status;
+    }
+
+    std::string value(const std::string& sql) {
+        Rows rows;
+        run(sql, 1, &rows);
+        return rows.empty() ? "(no row)" : rows[0][0];
+    }
+
+    sb4 error_code() const { return error().first; }
+
+    std::pair<sb4, std::string> error() const {
+        sb4 code = 0;
+        OraText text[2048] = {};
+        api().ErrorGet(err_, 1, nullptr, &code, text, sizeof text, OCI_HTYPE_ERROR);
+        return {code, reinterpret_cast<const char*>(text)};
+    }
+
+    OCIEnv* env() const { return env_; }
+    OCIError* err() const { return err_; }
+    OCISvcCtx* svc() const { return svc_; }
+
+private:
+    OCIEnv* env_ = nullptr;
+    OCIError* err_ = nullptr;
+    OCISvcCtx* svc_ = nullptr;
+    OCIServer* server_ = nullptr;
+    OCISession* session_ = nullptr;
+    bool attached_ = false;
+    bool begun_ = false;
+};
+
+class ClientTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = std::filesystem::temp_directory_path() / "ocisim_client_test";
+        std::filesystem::remove_all(dir_);
+        std::filesystem::create_directories(dir_);
+        scenario_ = (dir_ / "scenario.txt").u8string();
+        journal_ = (dir_ / "journal.txt").u8string();
+        db_ = &add_typical_database(world_, "ORCL", dir_.u8string());
+        create_log_files(*db_);
+        SetEnvironmentVariableW(L"OCISIM_SCENARIO", (dir_ / "scenario.txt").wstring().c_str());
+        SetEnvironmentVariableW(L"OCISIM_JOURNAL", (dir_ / "journal.txt").wstring().c_str());
+        SetEnvironmentVariableW(L"OCISIM_STATE", nullptr);
+        SetEnvironmentVariableW(L"ORACLE_SID", L"ORCL");
+    }
+
+    void TearDown() override {
+        SetEnvironmentVariableW(L"OCISIM_SCENARIO", nullptr);
+        SetEnvironmentVariableW(L"OCISIM_JOURNAL", nullptr);
+        std::error_code ignored;
+        std::filesystem::remove_all(dir_, ignored);
+    }
+
+    void write() { write_scenario(scenario_, world_); }
+
+    std::vector<std::string> journal() const { return read_journal(journal_); }
+
+    bool journal_has(const std::string& line) const {
+        const auto lines = journal();
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    }
+
+    std::filesystem::path dir_;
+    std::string scenario_;
+    std::string journal_;
+    World world_;
+    Instance* db_ = nullptr;
+};
+
+TEST_F(ClientTest, StatusQueryRoundTripIsJournaledInOrder) {
+    write();
+    {
+        Connection c;
+        ASSERT_EQ(c.connect(), OCI_SUCCESS);
+        EXPECT_EQ(c.value("SELECT STATUS FROM V$INSTANCE"), "OPEN");
+    }
+    EXPECT_EQ(journal(), (std::vector<std::string>{"attach sid=ORCL", "logon sid=ORCL mode=SYSDBA cred=EXT",
+                                                   "sql sid=ORCL text=SELECT STATUS FROM V$INSTANCE", "free htype=6",
+                                                   "free htype=4", "logoff sid=ORCL", "detach sid=ORCL",
+                                                   "free htype=9", "free htype=8", "free htype=3", "free htype=2",
+                                                   "free htype=1"}));
+}
+
+TEST_F(ClientTest, RowsComeOnePerFetchWithTruncationAndNullIndicators) {
+    db_->add("parameter", {{"name", "local_listener"}, {"value", std::string(2000, 'L')}});
+    db_->add("parameter", {{"name", "remote_listener"}, {"value", ""}});
+    write();
+    Connection c;
+    ASSERT_EQ(c.connect(), OCI_SUCCESS);
+    Rows rows;
+    std::vector<sword> fetches;
+    std::vector<std::vector<sb2>> indicators;
+    ASSERT_EQ(c.run("SELECT NAME, VALUE FROM V$PARAMETER WHERE NAME LIKE '%_listener'", 2, &rows, &fetches,
+                    &indicators),
+              OCI_SUCCESS);
+    EXPECT_EQ(fetches, (std::vector<sword>{OCI_SUCCESS_WITH_INFO, OCI_SUCCESS, OCI_NO_DATA}));
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[0][1], std::string(1023, 'L'));
+    EXPECT_EQ(indicators[0], (std::vector<sb2>{0, 2000}));
+    EXPECT_EQ(rows[1][0], "remote_listener");
+    EXPECT_EQ(indicators[1], (std::vector<sb2>{0, -1}));
+}
+
+TEST_F(ClientTest, UnknownStatementFailsWithOra00900KeepingTheTrailingLineFeed) {
+    write();
+    Connection c;
+    ASSERT_EQ(c.connect(), OCI_SUCCESS);
+    EXPECT_EQ(c.run("SELECT 1 FROM DUAL", 1), OCI_ERROR);
+    EXPECT_EQ(c.error(), std::make_pair(sb4{900}, std::string("ORA-00900: invalid SQL statement\n")));
+    sb4 code = 0;
+    OraText text[64];
+    EXPECT_EQ(api().ErrorGet(c.err(), 2, nullptr, &code, text, sizeof text, OCI_HTYPE_ERROR), OCI_NO_DATA);
+    EXPECT_TRUE(journal_has("error sid=ORCL code=900"));
+}
+
+TEST_F(ClientTest, DownInstanceAnswers1034AndStartsThroughAPreliminarySession) {
+    db_->set("status", "DOWN");
+    write();
+    {
+        Connection c;
+        EXPECT_EQ(c.connect(), OCI_ERROR);
+        EXPECT_EQ(c.error_code(), 1034);
+    }
+    {
+        Connection c;
+        ASSERT_EQ(c.connect(OCI_SYSDBA | OCI_PRELIM_AUTH), OCI_SUCCESS);
+        EXPECT_EQ(api().DBStartup(c.svc(), c.err(), nullptr, OCI_DEFAULT, 0), OCI_SUCCESS);
+        EXPECT_EQ(c.run("ALTER DATABASE MOUNT", 0), OCI_ERROR) << "a preliminary session runs no SQL";
+        EXPECT_EQ(c.error_code(), 1012);
+    }
+    Connection c;
+    ASSERT_EQ(c.connect(), OCI_SUCCESS);
+    EXPECT_EQ(c.run("ALTER DATABASE MOUNT", 0), OCI_SUCCESS);
+    EXPECT_EQ(read_state(scenario_).find("ORCL")->get("status"), "MOUNTED");
+    EXPECT_TRUE(journal_has("logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=EXT"));
+    EXPECT_TRUE(journal_has("startup sid=ORCL"));
+}
+
+TEST_F(ClientTest, RefusedSysdbaGives1031AndThePlainLogonWorks) {
+    write();
+    {
+        Connection c;
+        ASSERT_EQ(c.attach(), OCI_SUCCESS);
+        EXPECT_EQ(c.logon(OCI_SYSDBA, "system", "manager"), OCI_ERROR);
+        EXPECT_EQ(c.error_code(), 1031);
+    }
+    Connection c;
+    ASSERT_EQ(c.attach(), OCI_SUCCESS);
+    EXPECT_EQ(c.logon(OCI_DEFAULT, "system", "manager"), OCI_SUCCESS);
+    EXPECT_EQ(c.run("ALTER DATABASE CLOSE NORMAL", 0), OCI_ERROR);
+    EXPECT_EQ(c.error_code(), 1031);
+    EXPECT_TRUE(journal_has("logon sid=ORCL mode=SYSDBA cred=RDBMS login=system"));
+    EXPECT_TRUE(journal_has("logon sid=ORCL mode=DEFAULT cred=RDBMS login=system"));
+}
+
+TEST_F(ClientTest, ShutdownSequenceTakesTheInstanceDown) {
+    write();
+    Connection c;
+    ASSERT_EQ(c.connect(), OCI_SUCCESS);
+    EXPECT_EQ(api().DBShutdown(c.svc(), c.err(), nullptr, OCI_DBSHUTDOWN_IMMEDIATE), OCI_SUCCESS);
+    EXPECT_EQ(c.run("ALTER DATABASE CLOSE NORMAL", 0), OCI_SUCCESS);
+    EXPECT_EQ(c.run("ALTER DATABASE DISMOUNT", 0), OCI_SUCCESS);
+    EXPECT_EQ(api().DBShutdown(c.svc(), c.err(), nullptr, OCI_DBSHUTDOWN_FINAL), OCI_SUCCESS);
+    EXPECT_EQ(read_state(scenario_).find("ORCL")->get("status"), "DOWN");
+    EXPECT_TRUE(journal_has("shutdown sid=ORCL mode=IMMEDIATE"));
+    EXPECT_TRUE(journal_has("shutdown sid=ORCL mode=FINAL"));
+}
+
+DWORD WINAPI connect_and_check_status(void* param) {
+    auto* c = static_cast<Connection*>(param);
+    if (c->connect() == OCI_SUCCESS) c->value("SELECT STATUS FROM V$INSTANCE");
+    return 0;
+}
+
+TEST_F(ClientTest, HangsBlockUntilTheThreadIsTerminatedAndLeaveTheProcessUsable) {
+    for (const char* point : {"attach", "session_begin", "status"}) {
+        SCOPED_TRACE(point);
+        World world = world_;
+        world.find("ORCL")->add("fault", {{"kind", "hang"}, {"at", point}});
+        write_scenario(scenario_, world);
+        auto* abandoned = new Connection();  // its handles are never touched again, as for an abandoned session
+        HANDLE thread = CreateThread(nullptr, 0, connect_and_check_status, abandoned, 0, nullptr);
+        ASSERT_NE(thread, nullptr);
+        EXPECT_EQ(WaitForSingleObject(thread, 300), static_cast<DWORD>(WAIT_TIMEOUT));
+        EXPECT_TRUE(TerminateThread(thread, 1460));
+        WaitForSingleObject(thread, INFINITE);
+        CloseHandle(thread);
+        EXPECT_EQ(journal().back(), std::string("fault sid=ORCL kind=hang at=") + point);
+
+        write();
+        Connection c;
+        ASSERT_EQ(c.connect(), OCI_SUCCESS);
+        EXPECT_EQ(c.value("SELECT VERSION FROM V$INSTANCE"), "19.0.0.0.0");
+    }
+}
+
+TEST_F(ClientTest, ErrorFaultFailsTheStatementAsOftenAsGivenAndTheStateRemembers) {
+    db_->add("fault", {{"kind", "error"},
+                       {"text", "BEGIN BACKUP"},
+                       {"code", "1652"},
+                       {"message", "ORA-01652: unable to extend temp segment"},
+                       {"times", "1"}});
+    write();
+    Connection c;
+    ASSERT_EQ(c.connect(), OCI_SUCCESS);
+    EXPECT_EQ(c.run("ALTER DATABASE BEGIN BACKUP", 0), OCI_ERROR);
+    EXPECT_EQ(c.error(), std::make_pair(sb4{1652}, std::string("ORA-01652: unable to extend temp segment\n")));
+    EXPECT_EQ(c.run("ALTER DATABASE BEGIN BACKUP", 0), OCI_SUCCESS);
+    const World state = read_state(scenario_);
+    EXPECT_EQ(state.find("ORCL")->records("fault")[0]->get("times"), "0");
+    EXPECT_EQ(state.find("ORCL")->records("datafile")[0]->get("backup"), "ACTIVE");
+}
+
+TEST_F(ClientTest, FetchFailsAfterTheGivenNumberOfRows) {
+    db_->add("fault", {{"kind", "fetch_fail"}, {"text", "FROM V$DATAFILE"}, {"after", "2"}});
+    write();
+    Connection c;
+    ASSERT_EQ(c.connect(), OCI_SUCCESS);
+    Rows rows;
+    std::vector<sword> fetches;
+    EXPECT_EQ(c.run("SELECT NAME, BYTES FROM V$DATAFILE", 2, &rows, &fetches), OCI_SUCCESS);
+    EXPECT_EQ(fetches, (std::vector<sword>{OCI_SUCCESS, OCI_SUCCESS, OCI_ERROR}));
+    EXPECT_EQ(c.error_code(), 3113);
+}
+
+TEST_F(ClientTest, GetFileAttrFillsTheBoundOutputs) {
+    db_->add("asm_file", {{"name", "+DATA/ORCL/ARCH/9.ARC"}, {"blocks", "7"}, {"block_size", "512"}});
+    write();
+    Connection c;
+    ASSERT_EQ(c.connect(), OCI_SUCCESS);
+    const std::string sql = "BEGIN \n DBMS_DISKGROUP.GETFILEATTR(:fname,:ftype,:fsize,:blksize); \n END;";
+    OCIStmt* stmt = nullptr;
+    api().HandleAlloc(c.env(), reinterpret_cast<void**>(&stmt), OCI_HTYPE_STMT, 0, nullptr);
+    ASSERT_EQ(api().StmtPrepare(stmt, c.err(), reinterpret_cast<const OraText*>(sql.data()),
+                                static_cast<ub4>(sql.size()), OCI_NTV_SYNTAX, OCI_DEFAULT),
+              OCI_SUCCESS);
+    std::string path = "+DATA/ORCL/ARCH/9.ARC";
+    std::int32_t type = 0, size = 0, block = 0;
+    OCIBind* binds[4] = {};
+    const auto bind = [&](int i, const char* name, void* value, sb4 bytes, ub2 dty) {
+        return api().BindByName(stmt, &binds[i], c.err(), reinterpret_cast<const OraText*>(name), -1, value, bytes,
+                                dty, nullptr, nullptr, nullptr, 0, nullptr, OCI_DEFAULT);
+    };
+    EXPECT_EQ(bind(0, ":fname", path.data(), static_cast<sb4>(path.size() + 1), SQLT_STR), OCI_SUCCESS);
+    EXPECT_EQ(api().StmtExecute(c.svc(), stmt, c.err(), 1, 0, nullptr, nullptr, OCI_DEFAULT), OCI_ERROR);
+    EXPECT_EQ(c.error_code(), 1008) << "executed with unbound variables";
+    EXPECT_EQ(bind(1, ":ftype", &type, 4, SQLT_INT), OCI_SUCCESS);
+    EXPECT_EQ(bind(2, ":fsize", &size, 4, SQLT_INT), OCI_SUCCESS);
+    EXPECT_EQ(bind(3, ":blksize", &block, 4, SQLT_INT), OCI_SUCCESS);
+    EXPECT_EQ(bind(3, ":nosuch", &block, 4, SQLT_INT), OCI_ERROR);
+    EXPECT_EQ(c.error_code(), 1036);
+    EXPECT_EQ(api().StmtExecute(c.svc(), stmt, c.err(), 1, 0, nullptr, nullptr, OCI_DEFAULT), OCI_SUCCESS);
+    EXPECT_EQ(size, 7);
+    EXPECT_EQ(block, 512);
+    api().HandleFree(stmt, OCI_HTYPE_STMT);
+    EXPECT_TRUE(journal_has("bind name=:fname value=+DATA/ORCL/ARCH/9.ARC"));
+    EXPECT_TRUE(journal_has("bind name=:ftype value=0"));
+}
+
+TEST_F(ClientTest, EachAttachFindsTheWorldAsTheStateFileHasIt) {
+    write();
+    {
+        Connection c;
+        ASSERT_EQ(c.connect(), OCI_SUCCESS);
+        ASSERT_EQ(c.run("ALTER DATABASE BEGIN BACKUP", 0), OCI_SUCCESS);
+    }
+    World state = read_state(scenario_);
+    state.find("ORCL")->set("database_status", "SUSPENDED");
+    write_state(scenario_, state);
+    Connection c;
+    ASSERT_EQ(c.connect(), OCI_SUCCESS);
+    EXPECT_EQ(c.value("SELECT STATUS FROM V$BACKUP"), "ACTIVE");
+    EXPECT_EQ(c.value("SELECT DATABASE_STATUS FROM V$INSTANCE"), "SUSPENDED");
+}
+
+TEST_F(ClientTest, MisusedCallsAreRefusedBeforeAnythingChanges) {
+    write();
+    Connection c;
+    ASSERT_EQ(c.connect(), OCI_SUCCESS);
+    OCIStmt* stmt = nullptr;
+    api().HandleAlloc(c.env(), reinterpret_cast<void**>(&stmt), OCI_HTYPE_STMT, 0, nullptr);
+    const std::string ddl = "ALTER DATABASE BEGIN BACKUP";
+    api().StmtPrepare(stmt, c.err(), reinterpret_cast<const OraText*>(ddl.data()), static_cast<ub4>(ddl.size()),
+                      OCI_NTV_SYNTAX, OCI_DEFAULT);
+    EXPECT_EQ(api().StmtExecute(c.svc(), stmt, c.err(), 0, 0, nullptr, nullptr, OCI_DEFAULT), OCI_ERROR);
+    EXPECT_EQ(c.error_code(), 24333);
+    EXPECT_EQ(c.value("SELECT STATUS FROM V$BACKUP"), "NOT ACTIVE");
+    EXPECT_EQ(api().HandleFree(stmt, OCI_HTYPE_STMT), OCI_SUCCESS);
+    EXPECT_EQ(api().HandleFree(stmt, OCI_HTYPE_STMT), OCI_INVALID_HANDLE);
+    EXPECT_EQ(journal().back(), "free htype=4 invalid");
+    void* handle = nullptr;
+    EXPECT_EQ(api().HandleAlloc(c.err(), &handle, OCI_HTYPE_STMT, 0, nullptr), OCI_INVALID_HANDLE);
+
+    EXPECT_EQ(c.run("SELECT STATUS FROM V$INSTANCE", 2), OCI_ERROR);
+    EXPECT_EQ(c.error_code(), 1007);
+}
+
+TEST_F(ClientTest, AttachNeedsAScenarioAndAKnownSid) {
+    write();
+    SetEnvironmentVariableW(L"ORACLE_SID", L"NOPE");
+    {
+        Connection c;
+        EXPECT_EQ(c.attach(), OCI_ERROR);
+        EXPECT_EQ(c.error(), std::make_pair(sb4{12560}, std::string("ORA-12560: TNS:protocol adapter error\n")));
+    }
+    SetEnvironmentVariableW(L"ORACLE_SID", L"orcl");
+    SetEnvironmentVariableW(L"OCISIM_SCENARIO", nullptr);
+    Connection c;
+    EXPECT_EQ(c.attach(), OCI_ERROR);
+    EXPECT_EQ(c.error().second, "ORA-12560: TNS:protocol adapter error (OCISIM_SCENARIO is not set)\n");
+    EXPECT_EQ(journal().front(), "attach sid=NOPE");
+}
+
+}  // namespace
+}  // namespace ocisim
