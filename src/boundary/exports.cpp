@@ -1,110 +1,244 @@
-// The library's entry points. None of the operations is built yet: each one fails
-// with a text that names it, so a caller never mistakes it for a success.
+// The library's entry points. Each is a thin frame: it copies its arguments,
+// narrows the database credentials, calls the facade and turns a failure into
+// E_FAIL with an allocated error text. No work of the system is done here.
 #include <windows.h>
 
 #include <cstdlib>
-#include <cwchar>
+#include <exception>
+#include <memory>
 #include <string>
+#include <vector>
 
+#include "boundary/error_string.h"
+#include "boundary/oracle_manager.h"
+#include "common/exc/exc.h"
+#include "common/strings/strings.h"
+#include "oracle/inventory/vss_gate.h"
 #include "orasnap/orasnap.h"
+
+using specific::oracle::COracleManager;
+using specific::oracle::CopyToHeap;
+using specific::oracle::MakeErrorString;
+using specific::oracle::SOracleCredentials;
 
 namespace {
 
-wchar_t* allocate_text(const std::wstring& text) {
-    const size_t bytes = (text.size() + 1) * sizeof(wchar_t);
-    auto* copy = static_cast<wchar_t*>(std::malloc(bytes));
-    if (copy != nullptr) {
-        std::wmemcpy(copy, text.c_str(), text.size() + 1);
+// Set at the very end of the first successful OracleVssInitLib; never reset.
+bool g_libInitialized = false;
+
+// Runs `body` and reports a std::exception as E_FAIL with its text in
+// `errorText`. Output cells are written by `body` only once it has succeeded.
+template <typename Body>
+HRESULT RunFrame(const char* literal, wchar_t** errorText, Body body)
+{
+    try {
+        body();
+        return S_OK;
+    } catch (const std::exception& caught) {
+        *errorText = MakeErrorString(literal, caught);
+        return E_FAIL;
     }
-    return copy;
 }
 
-HRESULT not_built(const wchar_t* exportName, wchar_t** errorText) {
-    if (errorText != nullptr) {
-        *errorText = allocate_text(std::wstring(exportName) + L" is not built yet.");
-    }
-    return E_FAIL;
+SOracleCredentials NarrowCredentials(const std::wstring& login, const std::wstring& password)
+{
+    return SOracleCredentials{util::wide_to_ansi(login), util::wide_to_ansi(password)};
 }
 
-}  // namespace
+} // namespace
 
 extern "C" {
 
-HRESULT OracleVssInitLib(const wchar_t*, wchar_t** errorText) {
-    return not_built(L"OracleVssInitLib", errorText);
+HRESULT OracleVssInitLib(const wchar_t* logName, wchar_t** errorText)
+{
+    if (g_libInitialized)
+        return S_OK;
+    return RunFrame("Failed to initialize oracle VSS lib.", errorText, [&] {
+        const std::wstring name(logName);
+        throw exc::runtime_exc_t("Starting the library's log and configuration is not built yet.");
+    });
 }
 
-HRESULT OracleVssStopLib(wchar_t** errorText) {
-    return not_built(L"OracleVssStopLib", errorText);
+HRESULT OracleVssStopLib(wchar_t** errorText)
+{
+    return RunFrame("Failed to stop oracle VSS lib.", errorText,
+                    [] { specific::oracle::g_oracleEntriesHolder.reset(); });
 }
 
-HRESULT OracleGatherVssInfo(void*, void*, wchar_t**, wchar_t** errorText) {
-    return not_built(L"OracleGatherVssInfo", errorText);
+HRESULT OracleGatherVssInfo(void*, void*, wchar_t** result, wchar_t** errorText)
+{
+    return RunFrame("Failed to gather oracle info.", errorText, [&] {
+        const std::shared_ptr<specific::oracle::OracleEntries> entries =
+            specific::oracle::g_oracleEntriesHolder;
+        if (!entries)
+            throw exc::runtime_exc_t("No Oracle VSS entries were gathered.");
+        const std::wstring text = specific::oracle::GatherVssInfoXml(*entries);
+        *result = CopyToHeap(text);
+    });
 }
 
-HRESULT OracleShouldSkipVssWriter(const wchar_t*, bool*, wchar_t** errorText) {
-    return not_built(L"OracleShouldSkipVssWriter", errorText);
+HRESULT OracleShouldSkipVssWriter(const wchar_t* sid, bool* skip, wchar_t** errorText)
+{
+    return RunFrame("Failed to check if should skip VSS writer", errorText, [&] {
+        const std::wstring sidCopy(sid);
+        const bool skipped = specific::oracle::GetVssGate().IsSkipped(sidCopy);
+        *skip = skipped;
+    });
 }
 
-HRESULT OracleCheckVssFunctionality(bool*, wchar_t** errorText) {
-    return not_built(L"OracleCheckVssFunctionality", errorText);
+HRESULT OracleCheckVssFunctionality(bool* functional, wchar_t** errorText)
+{
+    return RunFrame("Failed to check VSS functionality.", errorText, [&] {
+        const bool enabled = specific::oracle::GetVssGate().IsVssEnabled();
+        *functional = enabled;
+    });
 }
 
-void OracleLibStrFree(wchar_t* text) {
+void OracleLibStrFree(wchar_t* text)
+{
     std::free(text);
 }
 
-HRESULT OracleExploreInstances(bool, const wchar_t*, const wchar_t*, const wchar_t*, wchar_t**,
-                               wchar_t** errorText) {
-    return not_built(L"OracleExploreInstances", errorText);
+HRESULT OracleExploreInstances(bool exploreFlag, const wchar_t* login, const wchar_t* password,
+                               const wchar_t* exploreDbConfigXml, wchar_t** result,
+                               wchar_t** errorText)
+{
+    return RunFrame("Failed to explore oracle instances.", errorText, [&] {
+        const std::wstring configCopy(exploreDbConfigXml);
+        const std::wstring passwordCopy(password);
+        const std::wstring loginCopy(login);
+        const SOracleCredentials credentials = NarrowCredentials(loginCopy, passwordCopy);
+        const std::wstring text =
+            COracleManager::Instance().ExploreInstances(exploreFlag, credentials, configCopy);
+        *result = CopyToHeap(text);
+    });
 }
 
-HRESULT OracleBackupLogs(const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*,
-                         const wchar_t*, wchar_t**, wchar_t** errorText) {
-    return not_built(L"OracleBackupLogs", errorText);
+HRESULT OracleBackupLogs(const wchar_t* homePath, const wchar_t* sid, const wchar_t* usn,
+                         const wchar_t* lastRecId, const wchar_t* login, const wchar_t* password,
+                         wchar_t** result, wchar_t** errorText)
+{
+    return RunFrame("Failed to backup oracle logs.", errorText, [&] {
+        const std::wstring passwordCopy(password);
+        const std::wstring loginCopy(login);
+        const std::wstring lastRecIdCopy(lastRecId);
+        const std::wstring usnCopy(usn);
+        const std::wstring sidCopy(sid);
+        const std::wstring homePathCopy(homePath);
+        const SOracleCredentials credentials = NarrowCredentials(loginCopy, passwordCopy);
+        const std::wstring text = COracleManager::Instance().BackupLogs(
+            homePathCopy, sidCopy, usnCopy, lastRecIdCopy, credentials);
+        *result = CopyToHeap(text);
+    });
 }
 
-HRESULT OracleEnumLogs(wchar_t**, wchar_t** errorText) {
-    return not_built(L"OracleEnumLogs", errorText);
+HRESULT OracleEnumLogs(wchar_t** result, wchar_t** errorText)
+{
+    return RunFrame("Failed to enum oracle logs.", errorText, [&] {
+        const std::wstring text = COracleManager::Instance().EnumLogs();
+        *result = CopyToHeap(text);
+    });
 }
 
-HRESULT OraclePrepareDbsForBackup(const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*,
-                                  const wchar_t*, const wchar_t*, wchar_t**, wchar_t** errorText) {
-    return not_built(L"OraclePrepareDbsForBackup", errorText);
+HRESULT OraclePrepareDbsForBackup(const wchar_t* dbsXml, const wchar_t* exploreDbConfigXml,
+                                  const wchar_t* login, const wchar_t* password,
+                                  const wchar_t* osLogin, const wchar_t* osPassword,
+                                  wchar_t** result, wchar_t** errorText)
+{
+    return RunFrame("Failed to prepare dbs for backup", errorText, [&] {
+        // The operating system account stays wide: it is kept for the restore, not
+        // handed to Oracle.
+        const std::wstring osPasswordCopy(osPassword);
+        const std::wstring osLoginCopy(osLogin);
+        const std::wstring passwordCopy(password);
+        const std::wstring loginCopy(login);
+        const std::wstring configCopy(exploreDbConfigXml);
+        const std::wstring dbsCopy(dbsXml);
+        const SOracleCredentials credentials = NarrowCredentials(loginCopy, passwordCopy);
+        const std::wstring text = COracleManager::Instance().PrepareDbsForBackup(
+            dbsCopy, configCopy, credentials, osLoginCopy, osPasswordCopy);
+        *result = CopyToHeap(text);
+    });
 }
 
-HRESULT OracleFinishDbsBackup(const wchar_t*, const wchar_t*, const wchar_t*, wchar_t** errorText) {
-    return not_built(L"OracleFinishDbsBackup", errorText);
+HRESULT OracleFinishDbsBackup(const wchar_t* dbsXml, const wchar_t* login, const wchar_t* password,
+                              wchar_t** errorText)
+{
+    return RunFrame("Failed to finish dbs backup", errorText, [&] {
+        const std::wstring passwordCopy(password);
+        const std::wstring loginCopy(login);
+        const std::wstring dbsCopy(dbsXml);
+        const SOracleCredentials credentials = NarrowCredentials(loginCopy, passwordCopy);
+        COracleManager::Instance().FinishDbsBackup(dbsCopy, credentials);
+    });
 }
 
-HRESULT OracleDeleteLogsByTime(const wchar_t*, const wchar_t*, int32_t, const wchar_t*, const wchar_t*,
-                               wchar_t** errorText) {
-    return not_built(L"OracleDeleteLogsByTime", errorText);
+HRESULT OracleDeleteLogsByTime(const wchar_t* homePath, const wchar_t* sid, int32_t minutes,
+                               const wchar_t* login, const wchar_t* password, wchar_t** errorText)
+{
+    return RunFrame("Failed to delete oracle logs by time", errorText, [&] {
+        const std::wstring passwordCopy(password);
+        const std::wstring loginCopy(login);
+        const std::wstring sidCopy(sid);
+        const std::wstring homePathCopy(homePath);
+        const SOracleCredentials credentials = NarrowCredentials(loginCopy, passwordCopy);
+        COracleManager::Instance().DeleteLogsByTime(homePathCopy, sidCopy, minutes, credentials);
+    });
 }
 
-HRESULT OracleDeleteLogsBySize(const wchar_t*, const wchar_t*, uint64_t, const wchar_t*, const wchar_t*,
-                               wchar_t** errorText) {
-    return not_built(L"OracleDeleteLogsBySize", errorText);
+HRESULT OracleDeleteLogsBySize(const wchar_t* homePath, const wchar_t* sid, uint64_t sizeLimit,
+                               const wchar_t* login, const wchar_t* password, wchar_t** errorText)
+{
+    return RunFrame("Failed to delete oracle logs by size", errorText, [&] {
+        const std::wstring passwordCopy(password);
+        const std::wstring loginCopy(login);
+        const std::wstring sidCopy(sid);
+        const std::wstring homePathCopy(homePath);
+        const SOracleCredentials credentials = NarrowCredentials(loginCopy, passwordCopy);
+        COracleManager::Instance().DeleteLogsBySize(homePathCopy, sidCopy, sizeLimit, credentials);
+    });
 }
 
-HRESULT OracleRemoveLogsInTemp(const wchar_t*, wchar_t** errorText) {
-    return not_built(L"OracleRemoveLogsInTemp", errorText);
+HRESULT OracleRemoveLogsInTemp(const wchar_t* logsXml, wchar_t** errorText)
+{
+    return RunFrame("Failed to remove oracle logs.", errorText, [&] {
+        const std::wstring logsCopy(logsXml);
+        COracleManager::Instance().RemoveLogsInTemp(logsCopy);
+    });
 }
 
-HRESULT OracleIsRestoreRequired(bool*, wchar_t** errorText) {
-    return not_built(L"OracleIsRestoreRequired", errorText);
+HRESULT OracleIsRestoreRequired(bool* required, wchar_t** errorText)
+{
+    return RunFrame("Failed to check if restore required", errorText, [&] {
+        const bool answer = COracleManager::Instance().IsRestoreRequired();
+        *required = answer;
+    });
 }
 
-HRESULT OracleDoRestore(wchar_t** errorText) {
-    return not_built(L"OracleDoRestore", errorText);
+HRESULT OracleDoRestore(wchar_t** errorText)
+{
+    return RunFrame("Failed to do oracle restore", errorText,
+                    [] { COracleManager::Instance().DoRestore(); });
 }
 
-HRESULT OracleGetLogsFolder(wchar_t**, wchar_t** errorText) {
-    return not_built(L"OracleGetLogsFolder", errorText);
+HRESULT OracleGetLogsFolder(wchar_t** result, wchar_t** errorText)
+{
+    return RunFrame("Failed to get oracle logs folder.", errorText, [&] {
+        const std::wstring text = COracleManager::Instance().GetLogsFolder();
+        *result = CopyToHeap(text);
+    });
 }
 
-HRESULT OracleTest(void*, void*, const wchar_t*, wchar_t** errorText) {
-    return not_built(L"OracleTest", errorText);
+HRESULT OracleTest(void*, void*, const wchar_t* logName, wchar_t** errorText)
+{
+    const HRESULT initialized = OracleVssInitLib(logName, errorText);
+    if (FAILED(initialized))
+        return initialized;
+    const HRESULT tested = RunFrame("Failed to test oracle.", errorText,
+                                    [] { COracleManager::Instance().Test(); });
+    if (FAILED(tested))
+        return tested;
+    return OracleVssStopLib(errorText);
 }
 
-}  // extern "C"
+} // extern "C"

@@ -1,0 +1,85 @@
+#include "boundary/oracle_manager.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/capturing_receiver.h"
+
+using specific::oracle::COracleManager;
+using specific::oracle::SOracleCredentials;
+
+namespace {
+
+template <typename Action>
+std::string failure_text(Action action)
+{
+    try {
+        action();
+    } catch (const std::exception& caught) {
+        return caught.what();
+    }
+    ADD_FAILURE() << "no exception was raised";
+    return std::string();
+}
+
+const SOracleCredentials kNoCredentials;
+
+} // namespace
+
+TEST(OracleManager, FailureGainsTheOperationLineAndTheLogScopeEndsFailed)
+{
+    testing_support::log_capture_t capture;
+    EXPECT_EQ(failure_text([] {
+                  COracleManager::Instance().ExploreInstances(true, kNoCredentials, L"");
+              }),
+              "Exploring Oracle instances is not built yet.\n"
+              "--tr:Oracle manager failed to explore Oracle instances");
+    EXPECT_EQ(capture.texts(), (std::vector<std::string>{"oralib| Exploring oracle instances",
+                                                         "oralib| Exploring oracle instances Failed."}));
+}
+
+TEST(OracleManager, DeletionBySizeReportsTheLineOfDeletionByTime)
+{
+    testing_support::log_capture_t capture;
+    const std::string text = failure_text([] {
+        COracleManager::Instance().DeleteLogsBySize(L"C:\\ora", L"ORCL", 1024, kNoCredentials);
+    });
+    EXPECT_EQ(text.substr(text.find('\n') + 1),
+              "--tr:Oracle manager failed to delete archived logs by time");
+    ASSERT_FALSE(capture.texts().empty());
+    EXPECT_EQ(capture.texts().front(), "oralib| Deleting oracle logs by size. Sid: ORCL");
+}
+
+TEST(OracleManager, MalformedDocumentFailsWithTheParserTextBeforeAnyWork)
+{
+    EXPECT_EQ(failure_text([] {
+                  COracleManager::Instance().FinishDbsBackup(L"<databases>", kNoCredentials);
+              }),
+              "XML error: [Error reading Element value.]. Error code: [5].\n"
+              "--tr:Failed to parse XML content. Source content: [<databases>].\n"
+              "--tr:Oracle manager failed to finish dbs backup");
+    EXPECT_EQ(failure_text([] {
+                  COracleManager::Instance().PrepareDbsForBackup(L"<databases", L"", kNoCredentials,
+                                                                 L"", L"");
+              }).substr(0, 10),
+              "XML error:");
+}
+
+TEST(OracleManager, EmptyListOfEnabledWritersIsValidInput)
+{
+    EXPECT_EQ(failure_text([] {
+                  COracleManager::Instance().PrepareDbsForBackup(L"", L"<broken", kNoCredentials,
+                                                                 L"", L"");
+              }),
+              "Preparing databases for backup is not built yet.\n"
+              "--tr:Oracle manager failed to prepare dbs for backup");
+}
+
+TEST(OracleManager, EmptyFinishDocumentIsMalformed)
+{
+    const std::string text = failure_text(
+        [] { COracleManager::Instance().FinishDbsBackup(L"", kNoCredentials); });
+    EXPECT_EQ(text.substr(0, text.find('\n')), "XML error: [Error document empty.]. Error code: [12].");
+}
