@@ -1,0 +1,260 @@
+#include "sim_world.h"
+
+#include "oracle/client/instance_status.h"
+#include "oracle/client/oracle_exc.h"
+#include "oracle/client/oracle_session.h"
+#include "oracle/client/session_holder.h"
+#include "support/capturing_receiver.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <algorithm>
+#include <functional>
+
+using namespace specific::oracle;
+using oracle_client_test::CSimWorld;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+// With the connection timeout of one second: the caller must be back within
+// the deadline and a margin for thread start, kill and Wine.
+constexpr ULONGLONG kDeadlineWithMarginMs = 2500;
+
+std::string instance(const std::string& sid, const std::string& props)
+{
+    return "[instance " + sid + "]\n" + props + "user = name=system | password=manager | sysdba=no\n\n";
+}
+
+std::vector<std::string> starting(const std::vector<std::string>& lines, const std::string& prefix)
+{
+    std::vector<std::string> found;
+    for (const auto& line : lines)
+        if (line.compare(0, prefix.size(), prefix) == 0)
+            found.push_back(line);
+    return found;
+}
+
+size_t count_containing(const std::vector<std::string>& lines, const std::string& text)
+{
+    return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
+        return line.find(text) != std::string::npos;
+    }));
+}
+
+std::wstring env_value(const wchar_t* name)
+{
+    wchar_t buffer[512] = {};
+    GetEnvironmentVariableW(name, buffer, 512);
+    return buffer;
+}
+
+// Runs `call`, expects it to raise E, and returns how long it took.
+template <typename E>
+ULONGLONG expect_raise(const std::function<void()>& call, std::string* text = nullptr)
+{
+    const ULONGLONG start = GetTickCount64();
+    try {
+        call();
+        ADD_FAILURE() << "no exception";
+    } catch (const E& e) {
+        if (text != nullptr)
+            *text = e.what();
+    } catch (const std::exception& e) {
+        ADD_FAILURE() << "other exception: " << e.what();
+    }
+    return GetTickCount64() - start;
+}
+
+} // namespace
+
+TEST(OracleSessionHolder, SysdbaByOsAuthenticationNamesTheInstanceThroughTheEnvironment)
+{
+    CSimWorld world(instance("ORCL", "") + instance("TEST", ""));
+    COracleSessionHolder holder(L"ORCL", L"C:\\oracle\\home1", {}, false);
+    auto session = holder.GetSession();
+    EXPECT_TRUE(session->valid);
+    EXPECT_FALSE(session->instanceShutdown);
+    EXPECT_EQ(env_value(L"ORACLE_SID"), L"ORCL");
+    EXPECT_EQ(env_value(L"ORACLE_HOME"), L"C:\\oracle\\home1");
+    EXPECT_THAT(world.Journal(), Contains("attach sid=ORCL"));
+    EXPECT_THAT(starting(world.Journal(), "logon"), ElementsAre("logon sid=ORCL mode=SYSDBA cred=EXT"));
+    EXPECT_EQ(session->GetDbName(), L"ORCL");
+}
+
+TEST(OracleSessionHolder, RefusedSysdbaWithLoginFallsBackToAPlainSessionOnce)
+{
+    CSimWorld world(instance("ORCL", ""));
+    testing_support::log_capture_t log;
+    COracleSessionHolder holder(L"ORCL", L"C:\\oracle\\home1", {"system", "manager"}, false);
+    EXPECT_TRUE(holder.GetSession()->valid);
+    EXPECT_THAT(starting(world.Journal(), "logon"),
+                ElementsAre("logon sid=ORCL mode=SYSDBA cred=RDBMS login=system",
+                            "logon sid=ORCL mode=DEFAULT cred=RDBMS login=system"));
+    EXPECT_EQ(count_containing(log.texts(), "Failed to connect as SYSDBA: insufficient privileges or "
+                                            "channel error. Connecting by default. Login: system"),
+              1u);
+}
+
+TEST(OracleSessionHolder, RefusedOsAuthenticationIsNotRetriedAndKeepsTheServerError)
+{
+    CSimWorld world(instance("ORCL", "os_sysdba = no\n"));
+    testing_support::log_capture_t log;
+    std::string text;
+    try {
+        COracleSessionHolder holder(L"ORCL", L"C:\\oracle\\home1", {}, false);
+        ADD_FAILURE() << "no exception";
+    } catch (const COracleExc& e) {
+        EXPECT_EQ(e.code(), 1031u);
+        text = e.what();
+    }
+    EXPECT_THAT(text, HasSubstr("Oracle error has occurred. ORA-01031"));
+    EXPECT_THAT(text, HasSubstr("--tr:Failed to create oracle session.\n--tr:Failed to create oracle "
+                                "session holder. SID: ORCL."));
+    EXPECT_EQ(starting(world.Journal(), "logon").size(), 1u);
+    EXPECT_EQ(count_containing(log.texts(), "Connecting by default"), 0u);
+}
+
+TEST(OracleSessionHolder, WrongPasswordReportsTheSecondAttempt)
+{
+    CSimWorld world(instance("ORCL", ""));
+    std::string text;
+    expect_raise<COracleExc>(
+        [] { COracleSessionHolder holder(L"ORCL", L"C:\\h", {"system", "wrong"}, false); }, &text);
+    EXPECT_THAT(text, HasSubstr("ORA-01017"));
+    EXPECT_THAT(starting(world.Journal(), "logon"),
+                ElementsAre("logon sid=ORCL mode=SYSDBA cred=RDBMS login=system",
+                            "logon sid=ORCL mode=DEFAULT cred=RDBMS login=system"));
+}
+
+TEST(OracleSessionHolder, PreliminaryConnectionAsksModesTenThenEight)
+{
+    CSimWorld world(instance("ORCL", ""));
+    try {
+        COracleSessionHolder holder(L"ORCL", L"C:\\h", {"system", "manager"}, true);
+    } catch (const std::exception&) {
+        // The outcome of the second attempt is the server's business here.
+    }
+    EXPECT_THAT(starting(world.Journal(), "logon"),
+                ElementsAre("logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=RDBMS login=system",
+                            "logon sid=ORCL mode=PRELIM_AUTH cred=RDBMS login=system"));
+}
+
+TEST(OracleSessionHolder, DownInstanceGivesAValidSessionThatReportsShutdownWithoutAQuery)
+{
+    CSimWorld world(instance("ORCL", "status = DOWN\n"));
+    COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
+    auto session = holder.GetSession();
+    EXPECT_TRUE(session->valid);
+    EXPECT_TRUE(session->instanceShutdown);
+    testing_support::log_capture_t log;
+    COracleInstanceStatus status;
+    EXPECT_FALSE(status.IsInstanceOpen(session, false));
+    EXPECT_THAT(log.texts(), Contains(HasSubstr("Oracle instance is shutdown")));
+    EXPECT_TRUE(starting(world.Journal(), "sql").empty());
+}
+
+TEST(OracleSessionHolder, HangInAttachEndsInTimeoutAndLeavesTheHandlesAlone)
+{
+    CSimWorld world(instance("ORCL", "fault = kind=hang | at=attach\n"));
+    std::string text;
+    const ULONGLONG took = expect_raise<COracleInitTimeoutExc>(
+        [] { COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false); }, &text);
+    EXPECT_LT(took, kDeadlineWithMarginMs);
+    EXPECT_GE(took, 900u);
+    EXPECT_EQ(text, "Failed to wait oracle session initialization\n"
+                    "--tr:Failed to create oracle session holder. SID: ORCL.");
+    EXPECT_THAT(world.JournalAfter("fault sid=ORCL kind=hang at=attach"), ElementsAre("free htype=2"));
+}
+
+TEST(OracleSessionHolder, HangInSessionBeginEndsInTimeoutAndLeavesTheHandlesAlone)
+{
+    CSimWorld world(instance("ORCL", "fault = kind=hang | at=session_begin\n"));
+    const ULONGLONG took = expect_raise<COracleInitTimeoutExc>(
+        [] { COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false); });
+    EXPECT_LT(took, kDeadlineWithMarginMs);
+    EXPECT_THAT(world.JournalAfter("fault sid=ORCL kind=hang at=session_begin"),
+                ElementsAre("free htype=2"));
+}
+
+TEST(OracleSessionHolder, AccessViolationInTheClientEndsAsSessionCreateErrorAndTheProcessGoesOn)
+{
+    CSimWorld world(instance("ORCL", "fault = kind=av | at=attach\n") + instance("TEST", ""));
+    testing_support::log_capture_t log;
+    std::string text;
+    expect_raise<COracleSessionCreateExc>(
+        [] { COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false); }, &text);
+    EXPECT_EQ(text, "Failed to create oracle session holder. Session is invalid.\n"
+                    "--tr:Failed to create oracle session holder. SID: ORCL.");
+    EXPECT_THAT(log.texts(),
+                Contains(HasSubstr("SEH exception has occurred while initializing Oracle session, "
+                                   "exception code: 0xc0000005")));
+    COracleSessionHolder next(L"TEST", L"C:\\h", {}, false);
+    EXPECT_TRUE(next.GetSession()->valid);
+}
+
+TEST(OracleInstanceStatus, HangInStatusQueryEndsInTimeoutAndAbandonsTheSession)
+{
+    CSimWorld world(instance("ORCL", "fault = kind=hang | at=status\n"));
+    {
+        COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
+        auto session = holder.GetSession();
+        std::string text;
+        const ULONGLONG took = expect_raise<COracleExc>(
+            [&] { COracleInstanceStatus().IsInstanceOpen(session, false); }, &text);
+        EXPECT_LT(took, kDeadlineWithMarginMs);
+        EXPECT_EQ(text, "Failed to wait checking if oracle instance is opened\n"
+                        "--tr:Checking if oracle instance is open thread failed.\n"
+                        "--tr:OracleSession: failed to check if instance is open.");
+        EXPECT_TRUE(session->abandoned);
+    }
+    EXPECT_THAT(world.JournalAfter("fault sid=ORCL kind=hang at=status"), Each("free htype=2"));
+}
+
+TEST(OracleInstanceStatus, StatusTextsDecideOpenAndActive)
+{
+    struct SCase {
+        std::string props;
+        bool open;
+        bool active;
+    };
+    const SCase cases[] = {
+        {"status = OPEN\n", true, true},
+        {"status = OPEN MIGRATE\n", true, true},
+        {"status = MOUNTED\n", false, true},
+        {"status = OPEN\ndatabase_status = SUSPENDED\n", true, false},
+    };
+    for (const SCase& c : cases) {
+        CSimWorld world(instance("ORCL", c.props));
+        COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
+        COracleInstanceStatus status;
+        EXPECT_EQ(status.IsInstanceOpen(holder.GetSession(), false), c.open) << c.props;
+        EXPECT_EQ(status.IsDbActive(holder.GetSession()), c.active) << c.props;
+    }
+}
+
+TEST(OracleInstanceStatus, AssumedOpenAsksNothing)
+{
+    CSimWorld world(instance("ORCL", "status = MOUNTED\n"));
+    COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
+    EXPECT_TRUE(COracleInstanceStatus().IsInstanceOpen(holder.GetSession(), true));
+    EXPECT_TRUE(starting(world.Journal(), "sql").empty());
+}
+
+TEST(OracleSessionHolder, SessionEndsDetachesAndFreesEverythingWhenDropped)
+{
+    CSimWorld world(instance("ORCL", ""));
+    {
+        COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
+    }
+    EXPECT_THAT(world.JournalAfter("logon sid=ORCL"),
+                ElementsAre("logoff sid=ORCL", "detach sid=ORCL", "free htype=9", "free htype=8",
+                            "free htype=3", "free htype=2", "free htype=1"));
+}
