@@ -336,3 +336,41 @@ TEST(thread_use_counter, counts_each_thread_on_its_own)
     EXPECT_TRUE(users.release());
     EXPECT_EQ(0u, users.count());
 }
+
+TEST(net_use, state_of_an_unknown_share_is_logged_without_raising)
+{
+    log_capture_t capture;
+    win::log_net_use_state(L"\\\\nohost\\share");
+    const auto lines = capture.texts();
+    ASSERT_FALSE(lines.empty());
+    // A real system has no such connection; Wine does not support the query.
+    EXPECT_TRUE(lines[0] == "Connection to share '\\\\nohost\\share' not found." ||
+                lines[0] == "ERR |Failed to get information about connection to share '\\\\nohost\\share'")
+        << lines[0];
+}
+
+TEST(net_use, session_on_an_unreachable_share_fails_its_start)
+{
+    auto context = std::make_shared<win::impersonation_context_t>();
+    context->kind = win::impersonation_kind_t::net_use;
+    context->share = L"\\\\nohost\\share";
+    log_capture_t capture;
+    {
+        win::win_impersonation_session_t without_credentials(context);
+        EXPECT_FALSE(without_credentials.active());
+    }
+    EXPECT_TRUE(capture.receiver->blocks.empty());
+    context->credentials = std::make_shared<win::net_use_credentials_t>();
+    context->credentials->user = L"bob";
+    try {
+        win::win_impersonation_session_t session(context);
+        // Only where connections are simulated does the start get through.
+        EXPECT_FALSE(session.active());
+    } catch (const exc::exc_base_t& e) {
+        ASSERT_FALSE(e.lines().empty());
+        EXPECT_EQ("Failed to impersonate user.", e.lines().back().text);
+        EXPECT_TRUE(e.lines().back().is_trace);
+    }
+    EXPECT_TRUE(contains(capture.texts(),
+                         "Checking that NetUse connection to share '\\\\nohost\\share' is exist."));
+}
