@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <filesystem>
 
+extern "C" DWORD ocisim_test_seh_catch(void (*fn)(void*), void* arg);
+
 namespace ocisim {
 namespace {
 
@@ -341,6 +343,16 @@ TEST_F(ClientTest, HangsBlockUntilTheThreadIsTerminatedAndLeaveTheProcessUsable)
         ASSERT_EQ(c.connect(), OCI_SUCCESS);
         EXPECT_EQ(c.value("SELECT VERSION FROM V$INSTANCE"), "19.0.0.0.0");
     }
+}
+
+void attach_connection(void* connection) { static_cast<Connection*>(connection)->attach(); }
+
+TEST_F(ClientTest, AccessViolationFaultIsARealStructuredException) {
+    db_->add("fault", {{"kind", "av"}, {"at", "attach"}});
+    write();
+    auto* crashed = new Connection();  // left as it is: the fault skipped its unwinding
+    EXPECT_EQ(ocisim_test_seh_catch(attach_connection, crashed), static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION));
+    EXPECT_EQ(journal().back(), "fault sid=ORCL kind=av at=attach");
 }
 
 TEST_F(ClientTest, ErrorFaultFailsTheStatementAsOftenAsGivenAndTheStateRemembers) {
