@@ -8,6 +8,7 @@
 #include "oracle/client/oracle_query.h"
 #include "oracle/client/seh_guard.h"
 #include "oracle/client/win_ora_interface.h"
+#include "oracle/inventory/oracle_homes.h"
 
 #include <cstdlib>
 
@@ -21,6 +22,20 @@ constexpr unsigned long kDelayLoadModuleNotFound = 0xC06D007Eul;
 constexpr unsigned long kDelayLoadProcNotFound = 0xC06D007Ful;
 
 } // namespace
+
+std::shared_ptr<COracleSessionHolder> MakeSessionHolder(const SOracleSid& sidRecord,
+                                                        const SOracleCredentials& credentials)
+{
+    try {
+        return std::make_shared<COracleSessionHolder>(sidRecord.sid, sidRecord.homePath, credentials,
+                                                      false);
+    } catch (const std::exception& e) {
+        logging::oralib().error_exc(util::format_msg("Failed to create session holder for SID: %1",
+                                                     util::wide_to_ansi_safe(sidRecord.sid)),
+                                    e);
+        return {};
+    }
+}
 
 std::recursive_mutex& g_sessionInitLock()
 {

@@ -13,6 +13,7 @@ namespace oracle {
 
 class CGuardedThread;
 class COracleQuery;
+struct SOracleSid;
 
 // Makes one COracleSession on a thread of its own and waits for it no longer
 // than the connection timeout: a logon to a hung instance can block inside
@@ -46,6 +47,11 @@ private:
     // out of it to the init thread's own handler.
     std::shared_ptr<exc::exc_base_t> guardedError;
 };
+
+// The forgiving factory: a holder for the instance, or an empty pointer when
+// it can't be made (the failure is logged).
+std::shared_ptr<COracleSessionHolder> MakeSessionHolder(const SOracleSid& sidRecord,
+                                                        const SOracleCredentials& credentials);
 
 // Sessions are made strictly one at a time in the process, because the
 // environment variables that name the instance are process-wide.

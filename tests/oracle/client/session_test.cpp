@@ -4,6 +4,7 @@
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/oracle_session.h"
 #include "oracle/client/session_holder.h"
+#include "oracle/inventory/oracle_homes.h"
 #include "support/capturing_receiver.h"
 
 #include <gmock/gmock.h>
@@ -257,4 +258,18 @@ TEST(OracleSessionHolder, SessionEndsDetachesAndFreesEverythingWhenDropped)
     EXPECT_THAT(world.JournalAfter("logon sid=ORCL"),
                 ElementsAre("logoff sid=ORCL", "detach sid=ORCL", "free htype=9", "free htype=8",
                             "free htype=3", "free htype=2", "free htype=1"));
+}
+
+TEST(OracleSessionHolder, ForgivingFactoryGivesNoHolderAndALogLineForAFailingInstance)
+{
+    CSimWorld world(instance("ORCL", "") + instance("BAD", "os_sysdba = no\n"));
+    testing_support::log_capture_t log;
+    SOracleSid good;
+    good.sid = L"ORCL";
+    good.homePath = L"C:\\h";
+    SOracleSid bad = good;
+    bad.sid = L"BAD";
+    EXPECT_TRUE(MakeSessionHolder(good, {}));
+    EXPECT_FALSE(MakeSessionHolder(bad, {}));
+    EXPECT_THAT(log.texts(), Contains(HasSubstr("ERR |Failed to create session holder for SID: BAD")));
 }
