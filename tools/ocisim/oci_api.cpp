@@ -56,8 +56,17 @@ std::string environment(const wchar_t* name, const char* narrowName) {
         value.resize(length);
         return narrow_utf8(value);
     }
+#if defined(_MSC_VER)
+    char* value = nullptr;
+    std::size_t length = 0;
+    if (_dupenv_s(&value, &length, narrowName) != 0 || !value) return {};
+    const std::string copy(value);
+    std::free(value);
+    return copy;
+#else
     const char* value = std::getenv(narrowName);
     return value ? value : "";
+#endif
 }
 
 // One line per call, appended and closed at once, so the journal survives a killed thread or a crash.

@@ -410,10 +410,13 @@ std::string utc_text(std::int64_t epochSeconds) {
 }
 
 bool parse_utc_text(const std::string& text, std::int64_t& epochSeconds) {
-    int y = 0, mo = 0, d = 0, h = 0, mi = 0, s = 0;
-    char tail = 0;
-    if (text.size() != 19 || std::sscanf(text.c_str(), "%4d/%2d/%2d %2d:%2d:%2d%c", &y, &mo, &d, &h, &mi, &s, &tail) != 6)
-        return false;
+    // yyyy/mm/dd hh:mi:ss, every digit in its place
+    static const char kShape[] = "dddd/dd/dd dd:dd:dd";
+    if (text.size() != sizeof kShape - 1) return false;
+    for (std::size_t i = 0; i < text.size(); ++i)
+        if (kShape[i] == 'd' ? !std::isdigit(static_cast<unsigned char>(text[i])) : text[i] != kShape[i]) return false;
+    const auto field = [&text](std::size_t at, std::size_t length) { return std::stoi(text.substr(at, length)); };
+    const int y = field(0, 4), mo = field(5, 2), d = field(8, 2), h = field(11, 2), mi = field(14, 2), s = field(17, 2);
     if (mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || s > 59) return false;
     const std::int64_t days = days_from_civil(y, static_cast<unsigned>(mo), static_cast<unsigned>(d));
     std::int64_t cy = 0;
