@@ -101,13 +101,6 @@ TEST(oracle_config, values_of_another_type_keep_their_default_and_the_rest_is_re
     EXPECT_TRUE(capture.receiver->blocks.empty());
 }
 
-TEST(oracle_config, an_empty_log_path_in_the_registry_is_kept)
-{
-    test::registry_sandbox_t registry;
-    registry.set_string(agent_key, L"OracleTempLogPath", L"");
-    EXPECT_EQ(L"", COracleConfig().tempLogPath);
-}
-
 TEST(oracle_config, dump_writes_every_field_under_its_label)
 {
     test::registry_sandbox_t registry;
@@ -136,9 +129,4 @@ TEST(oracle_config, dump_writes_every_field_under_its_label)
         "oralib| =======================",
     };
     EXPECT_EQ(expected, capture.texts());
-}
-
-TEST(oracle_config, instance_is_built_once_for_the_process)
-{
-    EXPECT_EQ(&COracleConfig::Instance(), &COracleConfig::Instance());
 }

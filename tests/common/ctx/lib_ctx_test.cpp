@@ -35,14 +35,6 @@ TEST(lib_ctx, file_access_is_asked_of_the_context_access_object)
     EXPECT_EQ((std::vector<std::wstring>{L"C:\\w\u00e9de", L"C:\\n\u00e4rrow"}), recorder->paths);
 }
 
-TEST(lib_ctx, keeps_the_first_log_name)
-{
-    util::CCommonLibCtx ctx;
-    ctx.keep_log_name(L"first.log");
-    ctx.keep_log_name(L"second.log");
-    EXPECT_EQ(L"first.log", ctx.log_name());
-}
-
 TEST(lib_ctx, teardown_clears_the_console_multiplexors_with_a_note)
 {
     log_capture_t capture;

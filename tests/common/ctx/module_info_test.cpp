@@ -31,11 +31,9 @@ const WORD x64 = PROCESSOR_ARCHITECTURE_AMD64;
 
 const name_row_t name_rows[] = {
     {5, 0, ws, 0, x86, false, "Windows 2000"},
-    {5, 0, server, 0, x64, true, "Windows 2000"},
     {5, 1, ws, 0, x64, false, "Windows XP"},
     {5, 2, ws, 0, x64, true, "Windows XP Professional x64 Edition"},
     {5, 2, ws, VER_SUITE_WH_SERVER, x86, true, "Windows Home Server"},
-    {5, 2, server, VER_SUITE_WH_SERVER, x64, true, "Windows Home Server"},
     {5, 2, server, 0, x64, true, "Windows Server 2003 R2"},
     {5, 2, server, 0, x64, false, "Windows Server 2003"},
     {5, 2, ws, 0, x86, false, "Windows Server 2003"},
@@ -55,7 +53,6 @@ const name_row_t name_rows[] = {
     {6, 5, ws, 0, x64, false, "Unknown Windows 6.5"},
     {10, 1, server, 0, x64, false, "Unknown Windows 10.1"},
     {11, 0, ws, 0, x64, false, "Unknown Windows 11.0"},
-    {4, 0, server, 0, x86, false, "Unknown Windows 4.0"},
 };
 
 class os_name_table : public testing::TestWithParam<name_row_t> {};
@@ -106,33 +103,22 @@ TEST(os_version_text, adds_numbers_and_service_pack_only_when_there_is_one)
               util::os_version_text("Unknown Windows 12.3", 12, 3, 1, 0, 4));
 }
 
-TEST(os_version_search, finds_the_value_that_matches_past_plain_mismatches)
+TEST(os_version_search, passes_plain_mismatches_and_stops_at_another_error_or_the_limit)
 {
     int calls = 0;
-    const int32_t found = util::search_version_value(100, [&](DWORD value, DWORD& error) {
-        ++calls;
-        error = value % 2 == 0 ? ERROR_OLD_WIN_VERSION : 0;
-        return value == 7;
-    });
-    EXPECT_EQ(7, found);
+    auto match_at = [&](DWORD hit, DWORD failing) {
+        calls = 0;
+        return [&calls, hit, failing](DWORD value, DWORD& error) {
+            ++calls;
+            error = value == failing ? ERROR_ACCESS_DENIED : value % 2 == 0 ? ERROR_OLD_WIN_VERSION : 0;
+            return value == hit;
+        };
+    };
+    EXPECT_EQ(7, util::search_version_value(100, match_at(7, 1000)));
     EXPECT_EQ(8, calls);
-}
-
-TEST(os_version_search, another_error_or_the_limit_ends_without_a_value)
-{
-    int calls = 0;
-    EXPECT_EQ(-1, util::search_version_value(100, [&](DWORD value, DWORD& error) {
-        ++calls;
-        error = value == 3 ? ERROR_ACCESS_DENIED : ERROR_OLD_WIN_VERSION;
-        return false;
-    }));
-    EXPECT_EQ(4, calls);
-    calls = 0;
-    EXPECT_EQ(-1, util::search_version_value(100000, [&](DWORD, DWORD& error) {
-        ++calls;
-        error = ERROR_OLD_WIN_VERSION;
-        return false;
-    }));
+    EXPECT_EQ(-1, util::search_version_value(100, match_at(50, 4)));
+    EXPECT_EQ(5, calls);
+    EXPECT_EQ(-1, util::search_version_value(100000, match_at(100000, 100000)));
     EXPECT_EQ(100000, calls);
 }
 
