@@ -570,12 +570,11 @@ void Engine::archive_one() {
     std::int64_t first = 0;
     parse_utc_text(log.get("first_time"), first);
     log.set("next_time", utc_text(std::max(first, now_epoch_seconds())));
-    set("current_scn", std::to_string(log.number("next_change") + 1000));
-
     if (!starts_with(name, "+") && !write_filler(name, log.number("blocks") * log.number("block_size"))) {
         instance_.remove("archived_log", "recid", log.get("recid"));
         throw OraError(19504, "ORA-19504: failed to create file \"" + name + "\"");
     }
+    set("current_scn", std::to_string(log.number("next_change") + 1000));
 }
 
 ResultSet Engine::archived_logs(const std::vector<std::string>& args, int shape) {
