@@ -1,0 +1,373 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <sstream>
+
+#include <shlobj.h>
+#include <zlib.h>
+
+#include "common/exc/exc.h"
+#include "common/logging/file_receivers.h"
+#include "common/logging/log_files.h"
+#include "common/logging/zip_writer.h"
+#include "common/strings/strings.h"
+#include "common/win/file.h"
+#include "support/capturing_receiver.h"
+#include "support/registry_sandbox.h"
+#include "support/temp_folder.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+const wchar_t* const settings_key = L"SOFTWARE\\Brelm\\Brelm Safeguard";
+
+std::string read_file(const std::string& path)
+{
+    auto file = win::open_file_read(path);
+    std::string text;
+    char block[4096];
+    while (uint32_t got = file->read(block, sizeof(block)))
+        text.append(block, got);
+    return text;
+}
+
+void write_file(const std::string& path, const std::string& text)
+{
+    win::create_file(path)->write(static_cast<uint32_t>(text.size()), text.data());
+}
+
+std::string read_gz(const std::string& path)
+{
+    gzFile file = gzopen(path.c_str(), "rb");
+    if (file == nullptr)
+        return "<cannot open " + path + ">";
+    std::string text;
+    char block[4096];
+    int got = 0;
+    while ((got = gzread(file, block, sizeof(block))) > 0)
+        text.append(block, static_cast<size_t>(got));
+    gzclose(file);
+    return text;
+}
+
+std::string common_folder()
+{
+    wchar_t folder[MAX_PATH] = {};
+    SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder);
+    return util::wide_to_ansi(folder) + "\\Brelm\\Backup\\";
+}
+
+template <typename Call>
+std::vector<std::string> failure_lines(Call call)
+{
+    try {
+        call();
+    } catch (const exc::exc_base_t& e) {
+        std::vector<std::string> lines;
+        for (const auto& line : e.lines())
+            lines.push_back(line.text);
+        return lines;
+    }
+    ADD_FAILURE() << "no exception was raised";
+    return {};
+}
+
+TEST(LogNames, NumberedNameKeepsTheSuffixAndItsCase)
+{
+    EXPECT_EQ("agent.1.log", logging::numbered_log_name("agent.log", 1));
+    EXPECT_EQ("agent.1.LOG", logging::numbered_log_name("agent.LOG", 1));
+    EXPECT_EQ("agent.12.log", logging::numbered_log_name("agent", 12));
+    EXPECT_EQ("agent.txt.1.log", logging::numbered_log_name("agent.txt", 1));
+    EXPECT_EQ("agent.1", logging::numbered_log_name("agent.", 1));
+    EXPECT_EQ("C:\\my.dir\\agent.2.log", logging::numbered_log_name("C:\\my.dir\\agent", 2));
+}
+
+TEST(LogNames, AgedNameCarriesTheAgeBeforeTheExtension)
+{
+    EXPECT_EQ("agent.log.gz", logging::aged_file_name("agent.log.gz", ".log.gz", 0));
+    EXPECT_EQ("agent.3.log.gz", logging::aged_file_name("agent.log.gz", ".log.gz", 3));
+    EXPECT_EQ("AGENT.3.log.gz", logging::aged_file_name("AGENT.LOG.GZ", ".log.gz", 3));
+    EXPECT_EQ("agent.2", logging::aged_file_name("agent", ".log.gz", 2));
+    EXPECT_EQ("agent.2", logging::aged_file_name("agent.", ".log.gz", 2));
+    EXPECT_EQ("agent.txt.2", logging::aged_file_name("agent.txt", ".log.gz", 2));
+}
+
+class LogFiles : public testing::Test {
+protected:
+    std::string file(const std::string& name) const { return temp.file_utf8(name); }
+
+    test::registry_sandbox_t sandbox;
+    test::temp_folder_t temp;
+};
+
+TEST_F(LogFiles, AgingShiftsEveryArchiveUpAndDropsTheOldest)
+{
+    const std::string base = file("agent.log.gz");
+    for (uint32_t age = 0; age <= 3; ++age)
+        write_file(logging::aged_file_name(base, ".log.gz", age), "age " + util::int_to_str(age));
+
+    logging::age_file(base, ".log.gz", 3);
+
+    EXPECT_FALSE(win::file_exists(base));
+    EXPECT_EQ("age 0", read_file(file("agent.1.log.gz")));
+    EXPECT_EQ("age 1", read_file(file("agent.2.log.gz")));
+    EXPECT_EQ("age 2", read_file(file("agent.3.log.gz")));
+    EXPECT_FALSE(win::file_exists(file("agent.4.log.gz")));
+}
+
+TEST_F(LogFiles, AgingWithLimitZeroOnlyDeletesTheArchive)
+{
+    write_file(file("agent.log.gz"), "only");
+    logging::age_file(file("agent.log.gz"), ".log.gz", 0);
+    EXPECT_FALSE(win::file_exists(file("agent.log.gz")));
+    EXPECT_FALSE(win::file_exists(file("agent.1.log.gz")));
+}
+
+TEST_F(LogFiles, SecondWriterIsLockedOutAndTheLogAppendsAcrossRuns)
+{
+    const std::string path = file("agent.log");
+    {
+        win::win_log_file_t first(path);
+        first.write("one\r\n");
+        EXPECT_EQ("\r\n", first.line_end());
+        EXPECT_EQ(path, first.path());
+        try {
+            win::win_log_file_t second(path);
+            ADD_FAILURE() << "a second writer opened the log";
+        } catch (const exc::file_locked_exc_t& e) {
+            EXPECT_EQ(path, e.path());
+        }
+        EXPECT_EQ("one\r\n", read_file(path));
+    }
+    win::win_log_file_t again(path);
+    again.write("two\r\n");
+    EXPECT_EQ(10u, again.size());
+    EXPECT_EQ("one\r\ntwo\r\n", read_file(path));
+}
+
+TEST_F(LogFiles, LockedLogFallsBackToTheNextFreeNumberedName)
+{
+    const std::string path = file("agent.LOG");
+    std::string used;
+    auto first = logging::open_unlocked_log(path, used);
+    EXPECT_EQ(path, used);
+    auto second = logging::open_unlocked_log(path, used);
+    EXPECT_EQ(file("agent.1.LOG"), used);
+    auto third = logging::open_unlocked_log(path, used);
+    EXPECT_EQ(file("agent.2.LOG"), used);
+    EXPECT_EQ(file("agent.2.LOG"), third->path());
+}
+
+TEST_F(LogFiles, FileOfExactlyTheLimitIsRotatedIntoAnArchive)
+{
+    const std::string path = file("agent.log");
+    write_file(file("agent.log.gz"), "older archive");
+    auto receiver = std::make_shared<win::win_log_file_t>(path);
+    const std::string contents(1000, 'x');
+    receiver->write(contents);
+    logging::log_limits_t limits;
+    limits.max_size = 1001;
+    limits.max_ages = 10;
+
+    logging::check_log_size(receiver, limits);
+    EXPECT_EQ(1000u, receiver->size());
+    EXPECT_FALSE(win::file_exists(file("agent.1.log.gz")));
+
+    limits.max_size = 1000;
+    logging::check_log_size(receiver, limits);
+    EXPECT_EQ(0u, receiver->size());
+    EXPECT_EQ(contents, read_gz(file("agent.log.gz")));
+    EXPECT_EQ("older archive", read_file(file("agent.1.log.gz")));
+
+    receiver->write("next\r\n");
+    EXPECT_EQ("next\r\n", read_file(path));
+}
+
+TEST_F(LogFiles, LimitOfZeroNeverRotates)
+{
+    auto receiver = std::make_shared<win::win_log_file_t>(file("agent.log"));
+    receiver->write(std::string(5000, 'y'));
+    logging::log_limits_t limits;
+    limits.max_size = 0;
+    limits.max_ages = 0;
+    logging::check_log_size(receiver, limits);
+    EXPECT_EQ(5000u, receiver->size());
+    EXPECT_FALSE(win::file_exists(file("agent.log.gz")));
+}
+
+TEST_F(LogFiles, FailedRotationNamesTheLogAndKeepsTheLiveFile)
+{
+    auto receiver = std::make_shared<win::win_log_file_t>(file("agent.log"));
+    receiver->write("abc");
+    win::create_folders(file("agent.log.gz\\not-empty\\f"));
+    logging::log_limits_t limits;
+    limits.max_size = 1;
+    limits.max_ages = 0;
+
+    const auto lines = failure_lines([&] { logging::check_log_size(receiver, limits); });
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ("Unable to validate log size limit. Log path: [" + file("agent.log") + "].",
+              lines.back());
+    EXPECT_EQ(3u, receiver->size());
+}
+
+TEST_F(LogFiles, LimitsTakeTheirDefaultsUnlessBothValuesReadWell)
+{
+    auto limits = logging::read_log_limits();
+    EXPECT_EQ(15728640u, limits.max_size);
+    EXPECT_EQ(10u, limits.max_ages);
+
+    sandbox.set_dword(settings_key, L"AgentMaxLogSize", 4096);
+    limits = logging::read_log_limits();
+    EXPECT_EQ(15728640u, limits.max_size);
+    EXPECT_EQ(10u, limits.max_ages);
+
+    sandbox.set_dword(settings_key, L"AgentMaxLogCount", 3);
+    limits = logging::read_log_limits();
+    EXPECT_EQ(4096u, limits.max_size);
+    EXPECT_EQ(3u, limits.max_ages);
+
+    sandbox.set_qword(settings_key, L"AgentMaxLogSize", 0x200000000ull);
+    sandbox.set_dword(settings_key, L"AgentMaxLogCount", 5000);
+    limits = logging::read_log_limits();
+    EXPECT_EQ(0x200000000ull, limits.max_size);
+    EXPECT_EQ(1000u, limits.max_ages);
+
+    sandbox.set_qword(settings_key, L"AgentMaxLogCount", 5);
+    limits = logging::read_log_limits();
+    EXPECT_EQ(15728640u, limits.max_size);
+    EXPECT_EQ(10u, limits.max_ages);
+
+    sandbox.set_dword(settings_key, L"AgentMaxLogCount", 5);
+    sandbox.set_string(settings_key, L"AgentMaxLogSize", L"4096");
+    limits = logging::read_log_limits();
+    EXPECT_EQ(15728640u, limits.max_size);
+    EXPECT_EQ(10u, limits.max_ages);
+}
+
+TEST_F(LogFiles, DefaultPathUsesLogDirectoryOrTheCommonFolder)
+{
+    EXPECT_EQ(util::ansi_to_wide(common_folder()) + L"agent.log",
+              logging::default_log_path(L"agent.log"));
+    sandbox.set_string(settings_key, L"LogDirectory", L"D:\\logs");
+    EXPECT_EQ(L"D:\\logs\\agent.log", logging::default_log_path(L"agent.log"));
+    sandbox.set_string(settings_key, L"LogDirectory", L"D:\\logs\\");
+    EXPECT_EQ(L"D:\\logs\\agent.log", logging::default_log_path(L"agent.log"));
+    sandbox.set_string(settings_key, L"LogDirectory", L"");
+    EXPECT_EQ(L"agent.log", logging::default_log_path(L"agent.log"));
+    sandbox.set_dword(settings_key, L"LogDirectory", 1);
+    EXPECT_EQ(util::ansi_to_wide(common_folder()) + L"agent.log",
+              logging::default_log_path(L"agent.log"));
+}
+
+TEST_F(LogFiles, RedirectAppliesOnlyAtOrBelowLogDirectory)
+{
+    std::string redirected;
+    EXPECT_FALSE(logging::redirect_log_path("D:\\logs\\agent.log", redirected));
+    sandbox.set_string(settings_key, L"LogDirectory", L"D:\\Logs\\");
+    EXPECT_TRUE(logging::redirect_log_path("d:/logs//sub\\agent.log", redirected));
+    EXPECT_EQ(common_folder() + "agent.log", redirected);
+    EXPECT_TRUE(logging::redirect_log_path("D:\\LOGS\\agent.log", redirected));
+    EXPECT_FALSE(logging::redirect_log_path("D:\\logsX\\agent.log", redirected));
+    EXPECT_FALSE(logging::redirect_log_path("D:\\agent.log", redirected));
+}
+
+TEST_F(LogFiles, SelectTakesTheFirstPathWhoseFolderCanBeMade)
+{
+    EXPECT_THAT(failure_lines([] { logging::select_log_path({}); }),
+                ElementsAre("Log paths list is empty."));
+
+    write_file(file("blocker"), "a file where a folder should be");
+    const std::string blocked = file("blocker\\logs\\agent.log");
+    const std::string good = file("logs\\agent.log");
+    EXPECT_EQ(good, logging::select_log_path({blocked, good}));
+    EXPECT_TRUE(win::file_exists(file("logs")));
+}
+
+TEST_F(LogFiles, UnwritableLogDirectoryMovesTheLogToTheCommonFolder)
+{
+    write_file(file("blocker"), "a file where a folder should be");
+    sandbox.set_string(settings_key, L"LogDirectory", util::utf8_to_wide(file("blocker")));
+    EXPECT_EQ(common_folder() + "agent.log",
+              logging::select_log_path({file("blocker\\logs\\agent.log")}));
+}
+
+TEST_F(LogFiles, NoFolderAndNoRedirectRaisesInsteadOfEndingTheProcess)
+{
+    write_file(file("blocker"), "a file where a folder should be");
+    EXPECT_THROW(logging::select_log_path({file("blocker\\logs\\agent.log")}), std::exception);
+}
+
+class LogSetup : public LogFiles {
+protected:
+    LogSetup() : previous_(logging::get_log()->receiver()) {}
+    ~LogSetup() override { logging::get_log()->set_receiver(previous_); }
+
+private:
+    std::shared_ptr<logging::receiver::log_file_t> previous_;
+};
+
+TEST_F(LogSetup, StartedLogWritesItsStartMessagesIntoTheFile)
+{
+    const std::string path = file("sub\\agent.log");
+    logging::setup_log(path, true, true);
+    EXPECT_TRUE(logging::log_quiet());
+    const auto receiver = logging::get_log()->receiver();
+    ASSERT_TRUE(receiver);
+    EXPECT_EQ(path, receiver->path());
+    EXPECT_TRUE(logging::get_log()->started());
+
+    const std::string text = read_file(path);
+    EXPECT_THAT(text, HasSubstr("> cli| LOG: Initializing log file ...\r\n"));
+    logging::get_log()->set_receiver(nullptr);
+}
+
+TEST_F(LogSetup, LogThatCannotStartLeavesTheReceiverAndReportsWhy)
+{
+    testing_support::log_capture_t capture;
+    write_file(file("blocker"), "a file where a folder should be");
+    const std::string path = file("blocker\\logs\\agent.log");
+
+    logging::setup_log(path, false, true);
+
+    EXPECT_FALSE(logging::log_quiet());
+    EXPECT_EQ(capture.receiver, logging::get_log()->receiver());
+    const auto texts = capture.texts();
+    ASSERT_GE(texts.size(), 3u);
+    EXPECT_EQ("cli| LOG: Initializing log file ...", texts[0]);
+    EXPECT_EQ("cli| Error: Failed to initialize log [" + path + "].", texts[1]);
+    EXPECT_THAT(texts[2], HasSubstr("cli| Error: "));
+}
+
+TEST_F(LogSetup, EmptyPathLogsToStandardOutputBetweenSlashLines)
+{
+    std::ostringstream captured;
+    std::streambuf* const original = std::cout.rdbuf(captured.rdbuf());
+    {
+        std::vector<std::string> messages;
+        auto receiver = logging::init_stdout_log(messages);
+        ASSERT_TRUE(receiver);
+        receiver->write("a line\n");
+        EXPECT_EQ(0u, receiver->size());
+        logging::log_limits_t limits;
+        limits.max_size = 1;
+        logging::check_log_size(receiver, limits);
+        EXPECT_TRUE(messages.empty());
+    }
+    std::cout.rdbuf(original);
+    const std::string slashes(74, '/');
+    EXPECT_EQ(slashes + "\na line\n" + slashes + "\n", captured.str());
+}
+
+TEST_F(LogFiles, ArchiveThatCannotBeOpenedNamesItsPath)
+{
+    const std::string path = file("missing\\agent.log.gz");
+    const auto lines = failure_lines([&] { util::zip_writer_t writer(path); });
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ("Failed to open GZ archive [" + path + "].", lines.back());
+}
+
+} // namespace
