@@ -273,3 +273,34 @@ TEST(OracleSessionHolder, ForgivingFactoryGivesNoHolderAndALogLineForAFailingIns
     EXPECT_FALSE(MakeSessionHolder(bad, {}));
     EXPECT_THAT(log.texts(), Contains(HasSubstr("ERR |Failed to create session holder for SID: BAD")));
 }
+
+TEST(OracleSessionLifecycle, StartupMountOpenAndShutdownMoveTheInstance)
+{
+    CSimWorld world(instance("ORCL", "status = DOWN\n"));
+    {
+        COracleSessionHolder idle(L"ORCL", L"C:\\h", {}, true);
+        idle.GetSession()->Startup();
+    }
+    EXPECT_THAT(starting(world.Journal(), "logon"),
+                ElementsAre("logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=EXT"));
+    EXPECT_THAT(world.Journal(), Contains("startup sid=ORCL"));
+    {
+        COracleSessionHolder started(L"ORCL", L"C:\\h", {}, false);
+        COracleInstanceStatus status;
+        EXPECT_FALSE(status.IsInstanceOpen(started.GetSession(), false));
+        started.GetSession()->MountAndOpen();
+        EXPECT_TRUE(status.IsInstanceOpen(started.GetSession(), false));
+        started.GetSession()->Shutdown();
+    }
+    const std::vector<std::string> afterOpen = world.JournalAfter("sql sid=ORCL text=ALTER DATABASE OPEN");
+    std::vector<std::string> shutdownSteps;
+    for (const std::string& line : afterOpen)
+        if (line.rfind("shutdown", 0) == 0 || line.rfind("sql sid=ORCL text=ALTER", 0) == 0)
+            shutdownSteps.push_back(line);
+    EXPECT_THAT(shutdownSteps, ElementsAre("shutdown sid=ORCL mode=IMMEDIATE",
+                                           "sql sid=ORCL text=ALTER DATABASE CLOSE NORMAL",
+                                           "sql sid=ORCL text=ALTER DATABASE DISMOUNT",
+                                           "shutdown sid=ORCL mode=FINAL"));
+    COracleSessionHolder after(L"ORCL", L"C:\\h", {}, false);
+    EXPECT_TRUE(after.GetSession()->instanceShutdown);
+}
