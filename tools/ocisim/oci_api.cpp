@@ -350,6 +350,7 @@ void store_number(const Bind& bind, std::int64_t number) {
 sword deliver_row(Stmt* stmt, Err* err, const std::vector<std::string>& row) {
     sword status = OCI_SUCCESS;
     for (Define* define : stmt->defines) {
+        if (define->position > row.size()) return fail(err, stmt->sid, OraError(1007));
         const std::string& value = row[define->position - 1];
         if (define->code) *define->code = 0;
         if (value.empty()) {
@@ -698,6 +699,7 @@ sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iter
     clear(err->error);
     const std::string sid = svc->server ? svc->server->sid : "";
     stmt->sid = sid;
+    stmt->executed = false;
     if (!stmt->prepared) return fail(err, sid, OraError(24337));
     if (!svc->server || !svc->server->attached) return fail(err, sid, OraError(3114));
     if (!svc->session || !svc->session->begun) return fail(err, sid, OraError(1012));
