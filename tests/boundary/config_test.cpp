@@ -4,7 +4,6 @@
 #include <shlobj.h>
 
 #include <string>
-#include <vector>
 
 #include "boundary/oracle_config.h"
 #include "support/capturing_receiver.h"
@@ -99,34 +98,4 @@ TEST(oracle_config, values_of_another_type_keep_their_default_and_the_rest_is_re
     EXPECT_TRUE(config.deleteAbsentLogFiles);
     EXPECT_TRUE(config.skipNoArchiveLogDb);
     EXPECT_TRUE(capture.receiver->blocks.empty());
-}
-
-TEST(oracle_config, dump_writes_every_field_under_its_label)
-{
-    test::registry_sandbox_t registry;
-    registry.set_dword(agent_key, L"OracleConnectionTimeout", 12);
-    registry.set_dword(agent_key, L"UseOracleAutostartOption", 5);
-    registry.set_dword(agent_key, L"OracleWaitDbStartedAttemptCount", 4);
-    registry.set_string(agent_key, L"OracleTempLogPath", L"C:\\logs\\caf\u00e9");
-    const COracleConfig config;
-    log_capture_t capture;
-    config.Log();
-    const std::vector<std::string> expected = {
-        "oralib| Oracle agent config:",
-        "oralib| ConnectionTimeoutSec: 12",
-        "oralib| OracleRestoreWaitInSec: 45",
-        "oralib| OracleAgentTtlSec: 600",
-        "oralib| WaitDbStartedAttemptCount: 4",
-        "oralib| CheckAsmLogFileExistence: false",
-        "oralib| SupportOracle10: false",
-        "oralib| OracleStageLogsBeforeBackup: false",
-        "oralib| DisableOracleProcessing: false",
-        "oralib| DetectAsmInstancesByQuery: true",
-        "oralib| UseAutostartOption: true",
-        "oralib| OracleSkipNoArchiveLogDB: false",
-        "oralib| OracleTempLogPath: C:\\logs\\caf\xe9",
-        "oralib| DeleteOracleAbsentLogFiles: true",
-        "oralib| =======================",
-    };
-    EXPECT_EQ(expected, capture.texts());
 }

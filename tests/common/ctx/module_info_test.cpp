@@ -25,7 +25,6 @@ struct name_row_t {
 
 const BYTE ws = VER_NT_WORKSTATION;
 const BYTE server = VER_NT_SERVER;
-const BYTE dc = VER_NT_DOMAIN_CONTROLLER;
 const WORD x86 = PROCESSOR_ARCHITECTURE_INTEL;
 const WORD x64 = PROCESSOR_ARCHITECTURE_AMD64;
 
@@ -36,11 +35,9 @@ const name_row_t name_rows[] = {
     {5, 2, ws, VER_SUITE_WH_SERVER, x86, true, "Windows Home Server"},
     {5, 2, server, 0, x64, true, "Windows Server 2003 R2"},
     {5, 2, server, 0, x64, false, "Windows Server 2003"},
-    {5, 2, ws, 0, x86, false, "Windows Server 2003"},
     {6, 0, ws, 0, x64, false, "Windows Vista"},
     {6, 0, server, 0, x64, false, "Windows Server 2008"},
     {6, 1, ws, 0, x64, false, "Windows 7"},
-    {6, 1, dc, 0, x64, false, "Windows Server 2008 R2"},
     {6, 2, ws, 0, x64, false, "Windows 8"},
     {6, 2, server, 0, x64, false, "Windows Server 2012"},
     {6, 3, ws, 0, x64, false, "Windows 8.1"},
@@ -49,7 +46,7 @@ const name_row_t name_rows[] = {
     {6, 4, server, 0, x64, false, "Windows Server 2016"},
     {10, 0, ws, 0, x64, false, "Windows 10"},
     {10, 0, server, 0, x64, false, "Windows Server 2016"},
-    {10, 0, dc, 0, x64, true, "Windows Server 2016"},
+    {10, 0, VER_NT_DOMAIN_CONTROLLER, 0, x64, true, "Windows Server 2016"},
     {6, 5, ws, 0, x64, false, "Unknown Windows 6.5"},
     {10, 1, server, 0, x64, false, "Unknown Windows 10.1"},
     {11, 0, ws, 0, x64, false, "Unknown Windows 11.0"},

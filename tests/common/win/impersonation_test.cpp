@@ -2,9 +2,7 @@
 
 #include <windows.h>
 
-#include <atomic>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "common/ctx/lib_ctx.h"
@@ -237,48 +235,4 @@ TEST(impersonation_session, unknown_security_context_fails_the_start)
     context->context_id = GUID();
     win::win_impersonation_session_t inert(context);
     EXPECT_FALSE(inert.active());
-}
-
-TEST(thread_use_counter, counts_each_thread_on_its_own)
-{
-    win::win_thread_use_counter_t users;
-    users.add();
-    users.add();
-    std::atomic<bool> other_released_last{false};
-    std::thread other([&] {
-        users.add();
-        other_released_last = users.release();
-    });
-    other.join();
-    EXPECT_TRUE(other_released_last);
-    EXPECT_EQ(2u, users.count());
-    EXPECT_FALSE(users.release());
-    EXPECT_TRUE(users.release());
-    EXPECT_EQ(0u, users.count());
-}
-
-TEST(net_use, session_on_an_unreachable_share_fails_its_start)
-{
-    auto context = std::make_shared<win::impersonation_context_t>();
-    context->kind = win::impersonation_kind_t::net_use;
-    context->share = L"\\\\nohost\\share";
-    log_capture_t capture;
-    {
-        win::win_impersonation_session_t without_credentials(context);
-        EXPECT_FALSE(without_credentials.active());
-    }
-    EXPECT_TRUE(capture.receiver->blocks.empty());
-    context->credentials = std::make_shared<win::net_use_credentials_t>();
-    context->credentials->user = L"bob";
-    try {
-        win::win_impersonation_session_t session(context);
-        // Only where connections are simulated does the start get through.
-        EXPECT_FALSE(session.active());
-    } catch (const exc::exc_base_t& e) {
-        ASSERT_FALSE(e.lines().empty());
-        EXPECT_EQ("Failed to impersonate user.", e.lines().back().text);
-        EXPECT_TRUE(e.lines().back().is_trace);
-    }
-    EXPECT_TRUE(contains(capture.texts(),
-                         "Checking that NetUse connection to share '\\\\nohost\\share' is exist."));
 }
