@@ -1,6 +1,7 @@
 #include "common/logging/log.h"
 
 #include "common/exc/exc.h"
+#include "common/logging/debug_log.h"
 #include "common/logging/log_files.h"
 #include "common/logging/thread_trace.h"
 
@@ -85,7 +86,7 @@ std::shared_ptr<format::line_format_t> named(const char* name)
 // Every tag of the agent's vocabulary, created in one fixed order so that
 // they are torn down in the reverse one.
 struct channel_set_t {
-    std::shared_ptr<log_t> debug_log = std::make_shared<log_t>();
+    std::shared_ptr<log_t> debug_log = make_debug_logger();
     log_channel_t empty{get_log(), named("")};
     log_channel_t dmn{get_log(), named("dmn")};
     log_channel_t cli{get_log(), named("cli")};
