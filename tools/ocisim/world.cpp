@@ -121,6 +121,11 @@ const std::int64_t kFirstLogTime = 1704067200;  // 2024/01/01 00:00:00 UTC
 // Fills what an archived log left out from the log before it, so a scenario can list
 // logs by name alone and still get a consistent chain of numbers and times.
 void default_archived_log(const Instance& instance, Record& log) {
+    // A state file lists every field; only hand-written logs need the scan of the others.
+    const bool complete = std::none_of(log.fields.begin(), log.fields.end(), [](const auto& field) {
+        return field.first != "name" && field.second.empty();
+    });
+    if (complete) return;
     std::int64_t maxRecid = 0, maxStamp = 0, maxSequence = 0;
     const Record* last = nullptr;
     for (const Record* other : instance.records("archived_log")) {
