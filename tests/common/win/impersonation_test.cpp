@@ -236,3 +236,21 @@ TEST(impersonation_session, unknown_security_context_fails_the_start)
     win::win_impersonation_session_t inert(context);
     EXPECT_FALSE(inert.active());
 }
+
+TEST(access_token, closes_its_token_when_replaced_and_when_it_goes)
+{
+    HANDLE first = nullptr;
+    HANDLE second = nullptr;
+    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &first));
+    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &second));
+    DWORD flags = 0;
+    {
+        win::CAccessToken token;
+        token.attach(first);
+        token.attach(second);
+        EXPECT_EQ(second, token.handle());
+        EXPECT_FALSE(GetHandleInformation(first, &flags));
+        EXPECT_TRUE(GetHandleInformation(second, &flags));
+    }
+    EXPECT_FALSE(GetHandleInformation(second, &flags));
+}
