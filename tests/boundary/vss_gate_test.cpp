@@ -19,16 +19,6 @@ TEST(VssGate, SkippedSidsMatchExactlyAndCaseSensitively)
     EXPECT_FALSE(GetVssGate().IsSkipped(L""));
 }
 
-TEST(VssGate, VerdictThatCannotBeComputedFailsWithAClearText)
-{
-    try {
-        GetVssGate().IsVssEnabled();
-        FAIL() << "no exception was raised";
-    } catch (const std::exception& caught) {
-        EXPECT_STREQ(caught.what(), "Checking whether Oracle VSS must be disabled is not built yet.");
-    }
-}
-
 TEST(VssEntriesDocument, FailedEntryCarriesOnlySidAndError)
 {
     SOracleEntry good;

@@ -1,8 +1,8 @@
 #include "oracle/inventory/vss_gate.h"
 
-#include "common/exc/exc.h"
 #include "common/strings/strings.h"
 #include "common/xml/xml.h"
+#include "oracle/inventory/vss_functionality.h"
 
 namespace specific {
 namespace oracle {
@@ -11,9 +11,9 @@ std::shared_ptr<OracleEntries> g_oracleEntriesHolder;
 
 bool VssGate::IsVssEnabled()
 {
-    if (vssEnabled)
-        return *vssEnabled;
-    throw exc::runtime_exc_t("Checking whether Oracle VSS must be disabled is not built yet.");
+    if (!vssEnabled)
+        vssEnabled = std::make_shared<bool>(ComputeVssEnabled());
+    return *vssEnabled;
 }
 
 bool VssGate::IsSkipped(const std::wstring& sid) const
