@@ -7,6 +7,9 @@
 #include "common/win/file.h"
 #include "common/xml/xml.h"
 #include "oracle/backup/backup_meta.h"
+#include "oracle/inventory/console_check.h"
+
+#include <iostream>
 
 namespace specific {
 namespace oracle {
@@ -157,7 +160,7 @@ void COracleManager::DoRestore()
 
 void COracleManager::Test()
 {
-    throw exc::runtime_exc_t("Testing Oracle instances is not built yet.");
+    RunConsoleCheck(std::cout);
 }
 
 } // namespace oracle
