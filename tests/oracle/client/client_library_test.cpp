@@ -101,10 +101,3 @@ TEST(OracleClientLibrary, LibraryWithoutTheEntryPointsIsRefusedByName)
     }
 }
 
-TEST(OracleClientLibrary, SharedClientIsTheOneBesideTheExecutable)
-{
-    const std::wstring path = CWinOraInterface::Instance()->LibraryPath();
-    const std::wstring own = own_path();
-    EXPECT_EQ(path.substr(0, path.find_last_of(L'\\')), own.substr(0, own.find_last_of(L'\\')));
-    EXPECT_EQ(CWinOraInterface::Instance(), CWinOraInterface::Instance());
-}

@@ -1,28 +1,45 @@
-#include "fake_client.h"
+#include "sim_world.h"
 
 #include "oracle/client/cmd_exec.h"
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/oracle_query.h"
 #include "oracle/client/oracle_session.h"
+#include "oracle/client/session_holder.h"
+#include "support/temp_folder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <windows.h>
+
 #include <algorithm>
+#include <fstream>
 
 using namespace specific::oracle;
-using oracle_client_test::SFakeClient;
+using oracle_client_test::CSimWorld;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
 
-std::vector<std::string> calls_starting(const std::vector<std::string>& calls, const std::string& word)
+const char kListeners[] = "SELECT NAME, VALUE FROM V$PARAMETER WHERE NAME LIKE '%_listener'";
+
+std::string listener(const std::string& name, const std::string& value)
+{
+    return "parameter = name=" + name + "_listener | value=" + value + "\n";
+}
+
+std::shared_ptr<COracleSession> logon(const std::wstring& sid = L"ORCL")
+{
+    return COracleSessionHolder(sid, L"C:\\h", {}, false).GetSession();
+}
+
+std::vector<std::string> sql_lines(const CSimWorld& world)
 {
     std::vector<std::string> found;
-    for (const auto& call : calls)
-        if (call.compare(0, word.size(), word) == 0)
-            found.push_back(call);
+    for (const auto& line : world.Journal())
+        if (line.rfind("sql ", 0) == 0 || line.rfind("bind ", 0) == 0)
+            found.push_back(line);
     return found;
 }
 
@@ -30,251 +47,160 @@ std::vector<std::string> calls_starting(const std::vector<std::string>& calls, c
 
 TEST(OracleQuery, RowsWithNullOrTruncatedValuesAreDroppedWhole)
 {
-    SFakeClient fake;
-    fake.rows = {{std::string("A"), std::string("1")},
-                 {std::nullopt, std::string("2")},
-                 {std::string(1024, 'x'), std::string("3")},
-                 {std::string(1023, 'y'), std::string("4")}};
-    auto result = fake.Session()->NewQuery()->Exec("SELECT A, B FROM T", 2, false);
+    CSimWorld world("[instance ORCL]\n" + listener("a", "one") + listener("b", "") +
+                    listener("c", std::string(1024, 'x')) + listener("d", std::string(1023, 'y')));
+    auto result = logon()->NewQuery()->Exec(kListeners, 2, false);
     ASSERT_EQ(result->rows.size(), 2u);
-    EXPECT_EQ(result->rows[0], (COracleRow{L"A", L"1"}));
-    EXPECT_EQ(result->rows[1], (COracleRow{std::wstring(1023, L'y'), L"4"}));
-}
-
-TEST(OracleQuery, DefinesEachColumnAsStringOf1024BytesAndFreesDefinesBeforeStatement)
-{
-    SFakeClient fake;
-    auto query = fake.Session()->NewQuery();
-    fake.calls.clear();
-    query->Exec("SELECT A, B FROM T", 2, false);
-    EXPECT_THAT(calls_starting(fake.calls, "define"),
-                ElementsAre("define 1 size=1024 dty=5", "define 2 size=1024 dty=5"));
-    EXPECT_THAT(calls_starting(fake.calls, "execute"), ElementsAre("execute iters=0"));
-    EXPECT_THAT(calls_starting(fake.calls, "free"), ElementsAre("free 6", "free 6", "free 4"));
-    EXPECT_EQ(fake.calls.front(), "attr 7");
-}
-
-TEST(OracleQuery, StatementWithoutColumnsExecutesOnceAndFetchesNothing)
-{
-    SFakeClient fake;
-    auto query = fake.Session()->NewQuery();
-    fake.calls.clear();
-    auto result = query->Exec("ALTER DATABASE MOUNT", 0, true);
-    EXPECT_TRUE(result->rows.empty());
-    EXPECT_TRUE(calls_starting(fake.calls, "define").empty());
-    EXPECT_TRUE(calls_starting(fake.calls, "fetch").empty());
-    EXPECT_THAT(calls_starting(fake.calls, "execute"), ElementsAre("execute iters=1"));
+    EXPECT_EQ(result->rows[0], (COracleRow{L"a_listener", L"one"}));
+    EXPECT_EQ(result->rows[1], (COracleRow{L"d_listener", std::wstring(1023, L'y')}));
 }
 
 TEST(OracleQuery, FailingFetchEndsTheRowsWithoutAnError)
 {
-    SFakeClient fake;
-    fake.rows = {{std::string("1")}, {std::string("2")}, {std::string("3")}, {std::string("4")}};
-    fake.failFetchAt = 3;
-    auto result = fake.Session()->NewQuery()->Exec("SELECT N FROM T", 1, false);
-    ASSERT_EQ(result->rows.size(), 2u);
-    EXPECT_EQ(result->rows[1][0], L"2");
+    CSimWorld world("[instance ORCL]\n" + listener("a", "1") + listener("b", "2") + listener("c", "3") +
+                    "fault = kind=fetch_fail | text=V$PARAMETER | after=2\n");
+    auto result = logon()->NewQuery()->Exec(kListeners, 2, false);
+    EXPECT_EQ(result->rows.size(), 2u);
+    EXPECT_THAT(world.Journal(), testing::Contains("fault sid=ORCL kind=fetch_fail at=fetch"));
 }
 
 TEST(OracleQuery, ValuesAreWidenedBytewiseAndUpperCasedOnlyOnRequest)
 {
-    SFakeClient fake;
-    fake.rows = {{std::string("open \xE9")}};
-    auto session = fake.Session();
-    EXPECT_EQ(session->NewQuery()->ExecValue("SELECT STATUS FROM V$INSTANCE", false),
-              std::wstring(L"open ") + wchar_t(0xFFE9));
-    EXPECT_EQ(session->NewQuery()->ExecValue("SELECT STATUS FROM V$INSTANCE", true),
-              std::wstring(L"OPEN ") + wchar_t(0xFFE9));
+    CSimWorld world("[instance ORCL]\n" + listener("a", "tcp \xE9"));
+    auto session = logon();
+    EXPECT_EQ(session->NewQuery()->ExecFirstRow(kListeners, 2, false)[1],
+              std::wstring(L"tcp ") + wchar_t(0xFFE9));
+    EXPECT_EQ(session->NewQuery()->ExecFirstRow(kListeners, 2, true)[1],
+              std::wstring(L"TCP ") + wchar_t(0xFFE9));
 }
 
-TEST(OracleQuery, FirstRowAndValueOfAnEmptyResultAreEmpty)
+TEST(OracleQuery, StatementWithoutColumnsAndEmptyResultsGiveNoRows)
 {
-    SFakeClient fake;
-    auto query = fake.Session()->NewQuery();
-    EXPECT_TRUE(query->ExecFirstRow("SELECT A, B FROM T", 2, false).empty());
-    EXPECT_EQ(query->ExecValue("SELECT A FROM T", false), L"");
+    CSimWorld world("[instance ORCL]\nstatus = STARTED\n");
+    auto session = logon();
+    session->NewQuery()->ExecNoResult("ALTER DATABASE MOUNT");
+    EXPECT_EQ(session->NewQuery()->ExecValue("SELECT VALUE FROM V$PARAMETER WHERE NAME='none'", false), L"");
+    EXPECT_TRUE(session->NewQuery()->ExecFirstRow(kListeners, 2, false).empty());
+    EXPECT_THAT(sql_lines(world), ElementsAre("sql sid=ORCL text=ALTER DATABASE MOUNT",
+                                              "sql sid=ORCL text=SELECT VALUE FROM V$PARAMETER WHERE NAME='none'",
+                                              std::string("sql sid=ORCL text=") + kListeners));
 }
 
 TEST(OracleQuery, NextWalksTheRowsOnceAndLeavesTheRowAfterTheLast)
 {
     COracleQueryResult result({{L"a"}, {L"b"}});
     COracleRow row;
-    ASSERT_TRUE(result.Next(row));
-    EXPECT_EQ(row, COracleRow{L"a"});
-    ASSERT_TRUE(result.Next(row));
-    EXPECT_EQ(row, COracleRow{L"b"});
+    EXPECT_TRUE(result.Next(row));
+    EXPECT_TRUE(result.Next(row));
     EXPECT_FALSE(result.Next(row));
     EXPECT_EQ(row, COracleRow{L"b"});
 }
 
-TEST(OracleQuery, PrepareFailureCarriesBothLinesAndTheServerCode)
+TEST(OracleQuery, PrepareAndExecuteFailuresCarryTheirLinesAndTheServerCode)
 {
-    SFakeClient fake;
-    fake.prepareResult = oci::OCI_ERROR;
-    fake.errorCode = 900;
-    fake.errorText = "ORA-00900: invalid SQL statement\n";
+    CSimWorld world("[instance ORCL]\n");
+    auto session = logon();
+    auto query = session->NewQuery();
     try {
-        fake.Session()->NewQuery()->Exec("SELEC 1", 1, false);
+        query->Exec("", 1, false);
+        FAIL() << "no exception";
+    } catch (const COracleExc& e) {
+        EXPECT_EQ(e.code(), 24373u);
+        EXPECT_EQ(std::string(e.what()),
+                  "Oracle error has occurred. ORA-24373: invalid length specified for statement\n\n"
+                  "--tr:OracleSession: failed to create OCI Stmt.\n"
+                  "--tr:Failed to exec query [].");
+    }
+    try {
+        query->Exec("SELECT X FROM NOWHERE", 1, false);
         FAIL() << "no exception";
     } catch (const COracleExc& e) {
         EXPECT_EQ(e.code(), 900u);
-        EXPECT_EQ(std::string(e.what()),
-                  "Oracle error has occurred. ORA-00900: invalid SQL statement\n\n"
-                  "--tr:OracleSession: failed to create OCI Stmt.\n"
-                  "--tr:Failed to exec query [SELEC 1].");
+        EXPECT_EQ(std::string(e.what()), "Oracle error has occurred. ORA-00900: invalid SQL statement\n\n"
+                                         "--tr:Failed to exec query [SELECT X FROM NOWHERE].");
     }
 }
 
-TEST(OracleQuery, ExecuteFailureNamesTheQueryOnly)
+TEST(OracleSessionOps, DatabaseOptionsNameAndVersionFlags)
 {
-    SFakeClient fake;
-    fake.executeResult = oci::OCI_ERROR;
-    fake.errorCode = 942;
-    fake.errorText = "ORA-00942: table or view does not exist";
-    try {
-        fake.Session()->NewQuery()->Exec("SELECT X FROM Y", 1, false);
-        FAIL() << "no exception";
-    } catch (const COracleExc& e) {
-        EXPECT_EQ(std::string(e.what()), "Oracle error has occurred. ORA-00942: table or view does "
-                                         "not exist\n--tr:Failed to exec query [SELECT X FROM Y].");
+    struct SCase {
+        std::string props;
+        bool readOnly;
+        bool archiveLog;
+        bool atMost10;
+        bool atLeast12;
+    };
+    const SCase cases[] = {
+        {"open_mode = READ WRITE\nlog_mode = NOARCHIVELOG\nversion = 11.2.0.4.0\n", false, false, false, false},
+        {"open_mode = READ ONLY WITH APPLY\nversion = 10.2.0.1.0\n", true, true, true, false},
+        {"version = 12.1.0.2.0\n", false, true, false, true},
+        {"version = 19\n", false, true, false, false},
+    };
+    for (const SCase& c : cases) {
+        CSimWorld world("[instance ORCL]\nname = orcl\n" + c.props);
+        auto session = logon();
+        bool readOnly = !c.readOnly;
+        bool archiveLog = !c.archiveLog;
+        session->GetDatabaseOptions(readOnly, archiveLog);
+        EXPECT_EQ(readOnly, c.readOnly) << c.props;
+        EXPECT_EQ(archiveLog, c.archiveLog) << c.props;
+        EXPECT_EQ(session->IsVersion10OrLower(), c.atMost10) << c.props;
+        EXPECT_EQ(session->IsVersion12OrHigher(), c.atLeast12) << c.props;
+        EXPECT_EQ(session->GetDbName(), L"ORCL");
+        EXPECT_EQ(session->GetDbName(), L"ORCL");
+        const std::vector<std::string> lines = sql_lines(world);
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "sql sid=ORCL text=SELECT VERSION FROM V$INSTANCE"), 1);
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "sql sid=ORCL text=SELECT NAME FROM V$DATABASE"), 1);
     }
 }
 
-TEST(OracleSessionOps, DatabaseOptionsReadOnlyAndArchiveLogByPrefix)
+TEST(OracleCmdExec, AsmFileAttributesBindPathAndThreeIntegersAndFailureIsFalse)
 {
-    SFakeClient fake;
-    auto session = fake.Session();
-    bool readOnly = true;
-    bool archiveLog = true;
-    fake.rows = {{std::string("read write"), std::string("noarchivelog")}};
-    session->GetDatabaseOptions(readOnly, archiveLog);
-    EXPECT_FALSE(readOnly);
-    EXPECT_FALSE(archiveLog);
-    fake.rows = {{std::string("READ ONLY WITH APPLY"), std::string("ARCHIVELOG")}};
-    session->GetDatabaseOptions(readOnly, archiveLog);
-    EXPECT_TRUE(readOnly);
-    EXPECT_TRUE(archiveLog);
-}
-
-TEST(OracleSessionOps, DatabaseNameIsAskedOnceAndUpperCased)
-{
-    SFakeClient fake;
-    auto session = fake.Session();
-    fake.rows = {{std::string("orcl")}};
-    EXPECT_EQ(session->GetDbName(), L"ORCL");
-    EXPECT_EQ(session->GetDbName(), L"ORCL");
-    EXPECT_THAT(calls_starting(fake.calls, "prepare"), ElementsAre("prepare SELECT NAME FROM V$DATABASE"));
-}
-
-TEST(OracleSessionOps, VersionFlagsFollowTheMajorNumber)
-{
-    const std::pair<std::string, std::pair<bool, bool>> cases[] = {
-        {"11.2.0.4.0", {false, false}}, {"10.2.0.1.0", {true, false}},
-        {"12.1.0.2.0", {false, true}},  {"19", {false, false}}};
-    for (const auto& [text, flags] : cases) {
-        SFakeClient fake;
-        fake.rows = {{text}};
-        auto session = fake.Session();
-        EXPECT_EQ(session->IsVersion10OrLower(), flags.first) << text;
-        EXPECT_EQ(session->IsVersion12OrHigher(), flags.second) << text;
-        EXPECT_EQ(calls_starting(fake.calls, "prepare").size(), 1u) << text;
-    }
-}
-
-TEST(OracleSessionOps, DownInstanceHasNoVersionAndAsksNothing)
-{
-    SFakeClient fake;
-    auto session = fake.Session();
-    session->instanceShutdown = true;
-    EXPECT_FALSE(session->IsVersion12OrHigher());
-    EXPECT_FALSE(session->IsVersion10OrLower());
-    EXPECT_TRUE(calls_starting(fake.calls, "prepare").empty());
-}
-
-TEST(OracleSessionOps, ShutdownClosesAndDismountsBetweenImmediateAndFinal)
-{
-    SFakeClient fake;
-    auto session = fake.Session();
-    fake.calls.clear();
-    session->Shutdown();
-    std::vector<std::string> steps;
-    for (const auto& call : fake.calls)
-        if (call.rfind("shutdown", 0) == 0 || call.rfind("prepare", 0) == 0)
-            steps.push_back(call);
-    EXPECT_THAT(steps, ElementsAre("shutdown 3", "prepare ALTER DATABASE CLOSE NORMAL",
-                                   "prepare ALTER DATABASE DISMOUNT", "shutdown 5"));
-}
-
-TEST(OracleCmdExec, AsmFileAttributesBindPathAndThreeIntegers)
-{
-    SFakeClient fake;
-    auto session = fake.Session();
-    EXPECT_TRUE(GetAsmFileAttr(session, "+DATA/orcl/arch/1_5.arc"));
-    EXPECT_THAT(calls_starting(fake.calls, "prepare"),
-                ElementsAre("prepare BEGIN \n DBMS_DISKGROUP.GETFILEATTR(:fname,:ftype,:fsize,:blksize); \n END;"));
-    EXPECT_THAT(calls_starting(fake.calls, "bind"),
-                ElementsAre("bind :fname size=24 dty=5", "bind :ftype size=4 dty=3",
-                            "bind :fsize size=4 dty=3", "bind :blksize size=4 dty=3"));
-    EXPECT_THAT(calls_starting(fake.calls, "execute"), ElementsAre("execute iters=1"));
-}
-
-TEST(OracleCmdExec, AsmFileAttributesFailureIsFalseNotAnException)
-{
-    SFakeClient fake;
-    auto session = fake.Session();
-    fake.executeResult = oci::OCI_ERROR;
-    fake.errorCode = 15056;
-    fake.errorText = "ORA-15056: additional error message";
-    EXPECT_FALSE(GetAsmFileAttr(session, "+DATA/none"));
+    CSimWorld world("[instance ORCL]\nasm_file = name=+DATA/orcl/1_5.arc\n");
+    auto session = logon();
+    EXPECT_TRUE(GetAsmFileAttr(session, "+DATA/orcl/1_5.arc"));
+    const std::vector<std::string> lines = sql_lines(world);
+    ASSERT_EQ(lines.size(), 5u);
+    EXPECT_THAT(lines, ElementsAre("bind name=:fname value=+DATA/orcl/1_5.arc", "bind name=:ftype value=0",
+                                   "bind name=:fsize value=0", "bind name=:blksize value=0",
+                                   "sql sid=ORCL text=BEGIN \\n DBMS_DISKGROUP.GETFILEATTR(:fname,:ftype,:fsize,:blksize); \\n END;"));
+    EXPECT_FALSE(GetAsmFileAttr(session, "+DATA/orcl/none.arc"));
 }
 
 TEST(OracleCmdExec, CopyRunsFiveStatementsWithTheSameTwoObjectNames)
 {
-    SFakeClient fake;
-    auto session = fake.Session();
-    CopyAsmFile(session, "+DATA/orcl/arch/1_5.arc", "C:\\temp\\logs/1_5.arc");
-    const std::vector<std::string> statements = calls_starting(fake.calls, "prepare");
-    ASSERT_EQ(statements.size(), 5u);
-    const std::string source = statements[0].substr(std::string("prepare CREATE DIRECTORY ").size(), 26);
-    const std::string target = statements[1].substr(std::string("prepare CREATE DIRECTORY ").size(), 26);
+    test::temp_folder_t folder;
+    CreateDirectoryW(folder.file(L"from").c_str(), nullptr);
+    CreateDirectoryW(folder.file(L"to").c_str(), nullptr);
+    std::ofstream(folder.file(L"from\\1_5.arc").c_str()) << "redo";
+    const std::string from = folder.file_utf8("from");
+    const std::string to = folder.file_utf8("to");
+    CSimWorld world("[instance ORCL]\n");
+    CopyAsmFile(logon(), from + "\\1_5.arc", to + "/copy.arc");
+
+    const std::vector<std::string> lines = sql_lines(world);
+    ASSERT_EQ(lines.size(), 5u);
+    const std::string prefix = "sql sid=ORCL text=CREATE DIRECTORY ";
+    const std::string source = lines[0].substr(prefix.size(), 26);
+    const std::string target = lines[1].substr(prefix.size(), 26);
     EXPECT_NE(source, target);
-    EXPECT_EQ(statements[0], "prepare CREATE DIRECTORY " + source + " AS '+DATA/orcl/arch'");
-    EXPECT_EQ(statements[1], "prepare CREATE DIRECTORY " + target + " AS 'C:\\temp\\logs'");
-    EXPECT_EQ(statements[2], "prepare BEGIN\n DBMS_FILE_TRANSFER.COPY_FILE('" + source +
-                                 "', '1_5.arc', '" + target + "', '1_5.arc');\n END;");
-    EXPECT_EQ(statements[3], "prepare DROP DIRECTORY " + source);
-    EXPECT_EQ(statements[4], "prepare DROP DIRECTORY " + target);
+    EXPECT_EQ(lines[0], prefix + source + " AS '" + from + "'");
+    EXPECT_EQ(lines[1], prefix + target + " AS '" + to + "'");
+    EXPECT_EQ(lines[2], "sql sid=ORCL text=BEGIN\\n DBMS_FILE_TRANSFER.COPY_FILE('" + source + "', '1_5.arc', '" +
+                            target + "', 'copy.arc');\\n END;");
+    EXPECT_EQ(lines[3], "sql sid=ORCL text=DROP DIRECTORY " + source);
+    EXPECT_EQ(lines[4], "sql sid=ORCL text=DROP DIRECTORY " + target);
+    EXPECT_NE(GetFileAttributesW(folder.file(L"to\\copy.arc").c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
-TEST(OracleCmdExec, CopyFailureStopsAtTheFailingStepAndNamesBothPaths)
+TEST(OracleCmdExec, DirectoryObjectNamesAreALetterAndTheGuidPrefix)
 {
-    SFakeClient fake;
-    auto session = fake.Session();
-    fake.executeResult = oci::OCI_ERROR;
-    fake.errorCode = 1031;
-    fake.errorText = "ORA-01031: insufficient privileges";
-    try {
-        CopyAsmFile(session, "+DATA/a.arc", "C:\\b\\a.arc");
-        FAIL() << "no exception";
-    } catch (const COracleExc& e) {
-        EXPECT_THAT(e.what(), HasSubstr("--tr:Failed to copy ASM file, from: [+DATA/a.arc], to: [C:\\b\\a.arc]"));
-    }
-    EXPECT_EQ(calls_starting(fake.calls, "prepare").size(), 1u);
-}
-
-TEST(OracleCmdExec, DirectoryObjectNamesAreLetterPlusGuidPrefixAndUnique)
-{
-    const std::string first = MakeDirectoryObjectName();
-    const std::string second = MakeDirectoryObjectName();
-    EXPECT_NE(first, second);
-    for (const std::string& name : {first, second}) {
-        ASSERT_EQ(name.size(), 26u) << name;
-        EXPECT_TRUE(std::isupper(static_cast<unsigned char>(name[0]))) << name;
-        EXPECT_EQ(name[1], '_') << name;
-        EXPECT_EQ(name[25], '_') << name;
-        EXPECT_TRUE(std::all_of(name.begin(), name.end(), [](char c) {
-            return c == '_' || std::isdigit(static_cast<unsigned char>(c)) ||
-                   std::isupper(static_cast<unsigned char>(c));
-        })) << name;
-    }
+    const std::string name = MakeDirectoryObjectName();
+    ASSERT_EQ(name.size(), 26u);
+    EXPECT_TRUE(std::isupper(static_cast<unsigned char>(name[0])));
+    EXPECT_EQ(name[1], '_');
+    EXPECT_EQ(name[25], '_');
+    EXPECT_EQ(std::count(name.begin(), name.end(), '_'), 5);
+    EXPECT_EQ(name.find_first_not_of("ABCDEF0123456789_", 1), std::string::npos);
+    EXPECT_NE(MakeDirectoryObjectName(), name);
 }
