@@ -1,0 +1,88 @@
+#!/usr/bin/env bash
+# make demo: builds a demonstration machine in a Wine prefix of its own and runs
+# the library against it, with the simulated Oracle client (out/bin/OCI.dll).
+#
+# The machine: one Oracle home, the services of four instances (an open ARCHIVELOG
+# database, an open NOARCHIVELOG one, a shut-down one and an ASM instance), the
+# agent's configuration, and the scenario the simulated server plays. Everything
+# is written anew on each run, so a run starts from the same machine.
+#
+# The demo prefix is not the test prefix: tests redirect HKEY_LOCAL_MACHINE into a
+# sandbox, but a machine-wide Oracle installation there could still mislead them.
+set -euo pipefail
+
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+demo="$root/out/demo"
+data="$demo/machine"
+export WINEPREFIX="$demo/wineprefix"
+. "$root/tools/wine-env.sh"
+
+# A Unix path as the Windows programs see it.
+winpath() {
+    local path="$1"
+    printf 'Z:%s' "${path//\//\\}"
+}
+
+# Runs a Windows program quietly; its own failure is reported by the caller.
+wine_quiet() {
+    "$wine_bin/wine64" "$@" </dev/null >/dev/null 2>&1
+}
+
+home='C:\oracle\product\19.0.0\dbhome_1'
+homeKey='HKLM\SOFTWARE\ORACLE\KEY_OraDB19Home1'
+configKey='HKLM\SOFTWARE\Brelm\Brelm Safeguard'
+services=("OracleServiceORCL ORCL" "OracleServiceNOARC NOARC" "OracleServiceDOWN DOWN"
+          "OracleASMService+ASM +ASM")
+
+step() {
+    printf '\n== %s\n' "$1"
+}
+
+step "Starting the demonstration machine's Wine prefix ($WINEPREFIX)"
+mkdir -p "$demo"
+bash "$root/tools/wine-up.sh"
+
+step "Installing one Oracle home and the services of its instances"
+wine_quiet reg delete 'HKLM\SOFTWARE\ORACLE' /f || true
+wine_quiet reg add "$homeKey" /v ORACLE_HOME /t REG_SZ /d "$home" /f
+wine_quiet reg add "$homeKey" /v ORACLE_HOME_NAME /t REG_SZ /d OraDB19Home1 /f
+wine_quiet reg add "$homeKey" /v RDBMS_CONTROL /t REG_SZ /d "$home\\database" /f
+for entry in "${services[@]}"; do
+    read -r service sid <<<"$entry"
+    wine_quiet sc delete "$service" || true
+    wine_quiet sc create "$service" binPath= "$home\\bin\\ORACLE.EXE $sid" start= demand
+    printf '  %-22s %s\\bin\\ORACLE.EXE %s\n' "$service" "$home" "$sid"
+done
+
+step "Writing the agent's configuration"
+# A hung instance costs ten seconds here instead of five minutes.
+wine_quiet reg add "$configKey" /v OracleConnectionTimeout /t REG_DWORD /d 10 /f
+echo "  OracleConnectionTimeout: 10 s"
+
+step "Setting up the simulated Oracle server"
+rm -rf "$data"
+mkdir -p "$data/ORCL/arch" "$data/NOARC" "$data/DOWN"
+for sequence in 41 42 43; do
+    head -c 1024 /dev/zero >"$data/ORCL/arch/ARC00000000${sequence}_0001.ARC"
+done
+dataWin="$(winpath "$data")"
+sed "s|@DATA@|${dataWin//\\/\\\\}|g" "$root/tools/demo/scenario.txt" >"$data/scenario.txt"
+export OCISIM_SCENARIO="$dataWin\\scenario.txt"
+export OCISIM_JOURNAL="$dataWin\\journal.txt"
+grep -E '^\[instance|^(status|log_mode|asm) =' "$data/scenario.txt" | sed 's/^/  /'
+
+step "OracleTest: orasnap.exe test"
+# Standard input is not a console here, so the check ends without its pause.
+set +e
+"$wine_bin/wine64" "$root/out/bin/orasnap.exe" test </dev/null
+status=$?
+set -e
+
+step "What the simulated server was asked (out/demo/machine/journal.txt)"
+if [ -f "$data/journal.txt" ]; then
+    grep -E '^(attach|logon|sql|error|fault)' "$data/journal.txt" | sed 's/^/  /' || true
+else
+    echo "  nothing: the library did not reach the simulated server"
+fi
+
+exit "$status"
