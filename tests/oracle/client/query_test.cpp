@@ -86,15 +86,6 @@ TEST(OracleQuery, StatementWithoutColumnsAndEmptyResultsGiveNoRows)
                                               std::string("sql sid=ORCL text=") + kListeners));
 }
 
-TEST(OracleQuery, NextWalksTheRowsOnceAndLeavesTheRowAfterTheLast)
-{
-    COracleQueryResult result({{L"a"}, {L"b"}});
-    COracleRow row;
-    EXPECT_TRUE(result.Next(row));
-    EXPECT_TRUE(result.Next(row));
-    EXPECT_FALSE(result.Next(row));
-    EXPECT_EQ(row, COracleRow{L"b"});
-}
 
 TEST(OracleQuery, PrepareAndExecuteFailuresCarryTheirLinesAndTheServerCode)
 {

@@ -75,18 +75,23 @@ ULONGLONG expect_raise(const std::function<void()>& call, std::string* text = nu
 
 } // namespace
 
-TEST(OracleSessionHolder, SysdbaByOsAuthenticationNamesTheInstanceThroughTheEnvironment)
+TEST(OracleSessionHolder, SysdbaByOsAuthenticationNamesTheInstanceAndEndsCleanly)
 {
     CSimWorld world(instance("ORCL", "") + instance("TEST", ""));
-    COracleSessionHolder holder(L"ORCL", L"C:\\oracle\\home1", {}, false);
-    auto session = holder.GetSession();
-    EXPECT_TRUE(session->valid);
-    EXPECT_FALSE(session->instanceShutdown);
-    EXPECT_EQ(env_value(L"ORACLE_SID"), L"ORCL");
-    EXPECT_EQ(env_value(L"ORACLE_HOME"), L"C:\\oracle\\home1");
+    {
+        COracleSessionHolder holder(L"ORCL", L"C:\\oracle\\home1", {}, false);
+        auto session = holder.GetSession();
+        EXPECT_TRUE(session->valid);
+        EXPECT_FALSE(session->instanceShutdown);
+        EXPECT_EQ(env_value(L"ORACLE_SID"), L"ORCL");
+        EXPECT_EQ(env_value(L"ORACLE_HOME"), L"C:\\oracle\\home1");
+        EXPECT_EQ(session->GetDbName(), L"ORCL");
+    }
     EXPECT_THAT(world.Journal(), Contains("attach sid=ORCL"));
     EXPECT_THAT(starting(world.Journal(), "logon"), ElementsAre("logon sid=ORCL mode=SYSDBA cred=EXT"));
-    EXPECT_EQ(session->GetDbName(), L"ORCL");
+    EXPECT_THAT(world.JournalAfter("sql sid=ORCL text=SELECT NAME FROM V$DATABASE"),
+                ElementsAre("free htype=6", "free htype=4", "logoff sid=ORCL", "detach sid=ORCL", "free htype=9",
+                            "free htype=8", "free htype=3", "free htype=2", "free htype=1"));
 }
 
 TEST(OracleSessionHolder, RefusedSysdbaWithLoginFallsBackToAPlainSessionOnce)
@@ -136,19 +141,6 @@ TEST(OracleSessionHolder, PreliminaryConnectionAsksModesTenThenEight)
                             "logon sid=ORCL mode=PRELIM_AUTH cred=RDBMS login=system"));
 }
 
-TEST(OracleSessionHolder, DownInstanceGivesAValidSessionThatReportsShutdownWithoutAQuery)
-{
-    CSimWorld world(instance("ORCL", "status = DOWN\n"));
-    COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
-    auto session = holder.GetSession();
-    EXPECT_TRUE(session->valid);
-    EXPECT_TRUE(session->instanceShutdown);
-    testing_support::log_capture_t log;
-    COracleInstanceStatus status;
-    EXPECT_FALSE(status.IsInstanceOpen(session, false));
-    EXPECT_THAT(log.texts(), Contains(HasSubstr("Oracle instance is shutdown")));
-    EXPECT_TRUE(starting(world.Journal(), "sql").empty());
-}
 
 TEST(OracleSessionHolder, HangInAttachOrSessionBeginEndsInTimeoutAndLeavesTheHandlesAlone)
 {
@@ -223,16 +215,6 @@ TEST(OracleInstanceStatus, StatusTextsDecideOpenAndActive)
 }
 
 
-TEST(OracleSessionHolder, SessionEndsDetachesAndFreesEverythingWhenDropped)
-{
-    CSimWorld world(instance("ORCL", ""));
-    {
-        COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
-    }
-    EXPECT_THAT(world.JournalAfter("logon sid=ORCL"),
-                ElementsAre("logoff sid=ORCL", "detach sid=ORCL", "free htype=9", "free htype=8",
-                            "free htype=3", "free htype=2", "free htype=1"));
-}
 
 TEST(OracleSessionHolder, ForgivingFactoryGivesNoHolderAndALogLineForAFailingInstance)
 {
@@ -248,27 +230,31 @@ TEST(OracleSessionHolder, ForgivingFactoryGivesNoHolderAndALogLineForAFailingIns
     EXPECT_THAT(log.texts(), Contains(HasSubstr("ERR |Failed to create session holder for SID: BAD")));
 }
 
-TEST(OracleSessionLifecycle, StartupMountOpenAndShutdownMoveTheInstance)
+TEST(OracleSessionLifecycle, DownInstanceIsReportedThenStartedOpenedAndShutDown)
 {
     CSimWorld world(instance("ORCL", "status = DOWN\n"));
+    COracleInstanceStatus status;
     {
+        COracleSessionHolder down(L"ORCL", L"C:\\h", {}, false);
+        EXPECT_TRUE(down.GetSession()->valid);
+        EXPECT_TRUE(down.GetSession()->instanceShutdown);
+        EXPECT_FALSE(status.IsInstanceOpen(down.GetSession(), false));
         COracleSessionHolder idle(L"ORCL", L"C:\\h", {}, true);
         idle.GetSession()->Startup();
     }
+    EXPECT_TRUE(starting(world.Journal(), "sql").empty());
     EXPECT_THAT(starting(world.Journal(), "logon"),
-                ElementsAre("logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=EXT"));
+                ElementsAre("logon sid=ORCL mode=SYSDBA cred=EXT", "logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=EXT"));
     EXPECT_THAT(world.Journal(), Contains("startup sid=ORCL"));
     {
         COracleSessionHolder started(L"ORCL", L"C:\\h", {}, false);
-        COracleInstanceStatus status;
         EXPECT_FALSE(status.IsInstanceOpen(started.GetSession(), false));
         started.GetSession()->MountAndOpen();
         EXPECT_TRUE(status.IsInstanceOpen(started.GetSession(), false));
         started.GetSession()->Shutdown();
     }
-    const std::vector<std::string> afterOpen = world.JournalAfter("sql sid=ORCL text=ALTER DATABASE OPEN");
     std::vector<std::string> shutdownSteps;
-    for (const std::string& line : afterOpen)
+    for (const std::string& line : world.JournalAfter("sql sid=ORCL text=ALTER DATABASE OPEN"))
         if (line.rfind("shutdown", 0) == 0 || line.rfind("sql sid=ORCL text=ALTER", 0) == 0)
             shutdownSteps.push_back(line);
     EXPECT_THAT(shutdownSteps, ElementsAre("shutdown sid=ORCL mode=IMMEDIATE",
