@@ -10,12 +10,15 @@
 #include <vector>
 
 #include "boundary/error_string.h"
+#include "boundary/oracle_config.h"
 #include "boundary/oracle_manager.h"
+#include "common/ctx/lib_init.h"
 #include "common/exc/exc.h"
 #include "common/strings/strings.h"
 #include "oracle/inventory/vss_gate.h"
 #include "orasnap/orasnap.h"
 
+using specific::oracle::COracleConfig;
 using specific::oracle::COracleManager;
 using specific::oracle::CopyToHeap;
 using specific::oracle::MakeErrorString;
@@ -55,7 +58,10 @@ HRESULT OracleVssInitLib(const wchar_t* logName, wchar_t** errorText)
         return S_OK;
     return RunFrame("Failed to initialize oracle VSS lib.", errorText, [&] {
         const std::wstring name(logName);
-        throw exc::runtime_exc_t("Starting the library's log and configuration is not built yet.");
+        util::init_common_lib(name, std::vector<std::wstring>());
+        COracleManager::Instance();
+        COracleConfig::Instance().Log();
+        g_libInitialized = true;
     });
 }
 

@@ -59,11 +59,3 @@ TEST(ErrorString, HeapCopyEndsAtTheFirstZero)
     EXPECT_EQ(std::wstring(text), L"ab");
     std::free(text);
 }
-
-TEST(ErrorString, EmptyTextIsAOneCharacterBuffer)
-{
-    wchar_t* text = CopyToHeap(std::wstring());
-    ASSERT_NE(text, nullptr);
-    EXPECT_EQ(text[0], L'\0');
-    std::free(text);
-}

@@ -52,21 +52,6 @@ TEST(OracleManager, DeletionBySizeReportsTheLineOfDeletionByTime)
     EXPECT_EQ(capture.texts().front(), "oralib| Deleting oracle logs by size. Sid: ORCL");
 }
 
-TEST(OracleManager, MalformedDocumentFailsWithTheParserTextBeforeAnyWork)
-{
-    EXPECT_EQ(failure_text([] {
-                  COracleManager::Instance().FinishDbsBackup(L"<databases>", kNoCredentials);
-              }),
-              "XML error: [Error reading Element value.]. Error code: [5].\n"
-              "--tr:Failed to parse XML content. Source content: [<databases>].\n"
-              "--tr:Oracle manager failed to finish dbs backup");
-    EXPECT_EQ(failure_text([] {
-                  COracleManager::Instance().PrepareDbsForBackup(L"<databases", L"", kNoCredentials,
-                                                                 L"", L"");
-              }).substr(0, 10),
-              "XML error:");
-}
-
 TEST(OracleManager, EmptyListOfEnabledWritersIsValidInput)
 {
     EXPECT_EQ(failure_text([] {
@@ -75,11 +60,4 @@ TEST(OracleManager, EmptyListOfEnabledWritersIsValidInput)
               }),
               "Preparing databases for backup is not built yet.\n"
               "--tr:Oracle manager failed to prepare dbs for backup");
-}
-
-TEST(OracleManager, EmptyFinishDocumentIsMalformed)
-{
-    const std::string text = failure_text(
-        [] { COracleManager::Instance().FinishDbsBackup(L"", kNoCredentials); });
-    EXPECT_EQ(text.substr(0, text.find('\n')), "XML error: [Error document empty.]. Error code: [12].");
 }

@@ -40,8 +40,3 @@ TEST(VssEntriesDocument, FailedEntryCarriesOnlySidAndError)
               L"    <OracleEntry sid=\"TEST\" error=\"Timeout &amp; more\" />\n"
               L"</OracleEntries>\n");
 }
-
-TEST(VssEntriesDocument, EmptyListGivesTheBareRoot)
-{
-    EXPECT_EQ(GatherVssInfoXml(OracleEntries()), L"<OracleEntries />\n");
-}
