@@ -58,48 +58,35 @@ private:
 
 class DebugReceiver : public testing::Test {
 protected:
+    // What one fresh receiver sends for `text` to the listener.
+    std::string sent(LoopbackListener& listener, const std::string& text)
+    {
+        logging::receiver::COutputDebugStringLog receiver;
+        receiver.write(text);
+        return listener.receive();
+    }
+
     test::registry_sandbox_t sandbox;
 };
 
-TEST_F(DebugReceiver, EnabledExternalLogSendsEachBlockAsOneDatagram)
+TEST_F(DebugReceiver, ExternalLogGetsEachBlockAsOneDatagramOnlyWhenEnabled)
 {
     LoopbackListener listener;
     ASSERT_TRUE(listener.ready());
-    sandbox.set_dword(settings_key, L"ExtLogEnabled", 1);
     sandbox.set_string(settings_key, L"ExtLogHost", L"127.0.0.1");
     sandbox.set_dword(settings_key, L"ExtLogPort", listener.port());
+    EXPECT_EQ("<nothing>", sent(listener, "absent flag"));
+    sandbox.set_string(settings_key, L"ExtLogEnabled", L"1");
+    EXPECT_EQ("<nothing>", sent(listener, "flag of the wrong type"));
+    sandbox.set_dword(settings_key, L"ExtLogEnabled", 0);
+    EXPECT_EQ("<nothing>", sent(listener, "flag at zero"));
 
+    sandbox.set_dword(settings_key, L"ExtLogEnabled", 1);
     logging::receiver::COutputDebugStringLog receiver;
     receiver.write("first line\nsecond line\n");
     receiver.write("x");
-
     EXPECT_EQ("first line\nsecond line\n", listener.receive());
     EXPECT_EQ("x", listener.receive());
-    EXPECT_EQ("\n", receiver.line_end());
-    EXPECT_EQ("", receiver.path());
-}
-
-TEST_F(DebugReceiver, DisabledOrAbsentSettingSendsNothing)
-{
-    LoopbackListener listener;
-    ASSERT_TRUE(listener.ready());
-    sandbox.set_string(settings_key, L"ExtLogHost", L"127.0.0.1");
-    sandbox.set_dword(settings_key, L"ExtLogPort", listener.port());
-    {
-        logging::receiver::COutputDebugStringLog receiver;
-        receiver.write("absent flag");
-    }
-    sandbox.set_dword(settings_key, L"ExtLogEnabled", 0);
-    {
-        logging::receiver::COutputDebugStringLog receiver;
-        receiver.write("flag at zero");
-    }
-    sandbox.set_string(settings_key, L"ExtLogEnabled", L"1");
-    {
-        logging::receiver::COutputDebugStringLog receiver;
-        receiver.write("flag of the wrong type");
-    }
-    EXPECT_EQ("<nothing>", listener.receive());
 }
 
 TEST_F(DebugReceiver, MissingHostKeepsTheDefaultAddressAndPort)
@@ -108,13 +95,10 @@ TEST_F(DebugReceiver, MissingHostKeepsTheDefaultAddressAndPort)
     ASSERT_TRUE(listener.ready()) << "the default port is taken on this machine";
     sandbox.set_dword(settings_key, L"ExtLogEnabled", 1);
     sandbox.set_dword(settings_key, L"ExtLogPort", 1);
-
-    logging::receiver::COutputDebugStringLog receiver;
-    receiver.write("to the default");
-    EXPECT_EQ("to the default", listener.receive());
+    EXPECT_EQ("to the default", sent(listener, "to the default"));
 }
 
-TEST_F(DebugReceiver, DebugChannelHasItsOwnLoggerWithThisReceiver)
+TEST(DebugChannel, HasItsOwnLoggerWithTheDebugReceiver)
 {
     const auto& logger = logging::dbg().logger();
     ASSERT_TRUE(logger);

