@@ -108,10 +108,12 @@ TEST_F(AgentCalls, EmptyResultIsAOneCharacterBuffer)
     DLL(OracleLibStrFree)(result);
 }
 
-TEST_F(AgentCalls, SecondInitWithAnotherLogNameChangesNothing)
+TEST_F(AgentCalls, InitAfterAnInitOrAStopChangesNothing)
 {
     wchar_t* error = kUntouched;
     ASSERT_EQ(DLL(OracleVssInitLib)(kLogName, &error), S_OK) << take(error).c_str();
+    EXPECT_EQ(DLL(OracleVssInitLib)(L"another.log", &error), S_OK);
+    EXPECT_EQ(DLL(OracleVssStopLib)(&error), S_OK);
     EXPECT_EQ(DLL(OracleVssInitLib)(L"another.log", &error), S_OK);
     EXPECT_EQ(error, kUntouched);
     EXPECT_EQ(GetFileAttributesW(folder_->file(L"another.log").c_str()), INVALID_FILE_ATTRIBUTES);
