@@ -1,6 +1,7 @@
 #include "oracle/inventory/vss_functionality.h"
 
 #include <memory>
+#include <vector>
 
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
@@ -8,6 +9,7 @@
 #include "oracle/client/instance_status.h"
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/session_holder.h"
+#include "oracle/inventory/oracle_homes.h"
 
 namespace specific {
 namespace oracle {
@@ -56,31 +58,23 @@ bool IsVssWriterServiceEnabled(const std::wstring& sid)
     }
 }
 
-bool DecideVssEnabled(const std::vector<SOracleSid>& sids, const SVssProbes& probes)
-{
-    for (const SOracleSid& sid : sids) {
-        if (sid.isAsm)
-            continue;
-        if (!probes.dbActive(sid.sid, sid.homePath) && probes.writerRunning(sid.sid))
-            return false;
-    }
-    return true;
-}
-
-bool ComputeVssEnabled(const SVssProbes& probes)
+bool ComputeVssEnabled()
 {
     logging::log_operation_t operation("Checking if oracle VSS must be disabled");
+    bool enabled = true;
     // Exclusions don't apply: an excluded database can still spoil a snapshot.
     const COracleHomes homes(std::vector<std::wstring>{});
-    const bool enabled = DecideVssEnabled(homes.Sids(), probes);
+    for (const SOracleSid& sid : homes.Sids()) {
+        if (sid.isAsm)
+            continue;
+        if (!CheckDbActiveForVss(sid.sid, sid.homePath) && IsVssWriterServiceEnabled(sid.sid)) {
+            enabled = false;
+            break;
+        }
+    }
     logging::oralib().info("VSS must be %1", enabled ? "enabled" : "disabled");
     operation.ok();
     return enabled;
-}
-
-bool ComputeVssEnabled()
-{
-    return ComputeVssEnabled(SVssProbes{CheckDbActiveForVss, IsVssWriterServiceEnabled});
 }
 
 } // namespace oracle

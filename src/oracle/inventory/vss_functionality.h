@@ -1,10 +1,6 @@
 #pragma once
 
-#include <functional>
 #include <string>
-#include <vector>
-
-#include "oracle/inventory/oracle_homes.h"
 
 namespace specific {
 namespace oracle {
@@ -18,20 +14,11 @@ bool CheckDbActiveForVss(const std::wstring& sid, const std::wstring& homePath);
 // count as not running, and so does a service that cannot be read at all.
 bool IsVssWriterServiceEnabled(const std::wstring& sid);
 
-// The two questions the verdict asks of each instance.
-struct SVssProbes {
-    std::function<bool(const std::wstring& sid, const std::wstring& homePath)> dbActive;
-    std::function<bool(const std::wstring& sid)> writerRunning;
-};
-
+// The verdict over every instance of the machine, exclusions not applied.
 // VSS must be disabled when some non-ASM database hangs or isn't active while
 // its writer service runs. The first such database ends the search, so no
 // further database is contacted; ASM instances are never contacted.
-bool DecideVssEnabled(const std::vector<SOracleSid>& sids, const SVssProbes& probes);
-
-// The verdict over every instance of the machine, exclusions not applied,
-// bracketed and reported in the log. Failures of discovery leave it.
-bool ComputeVssEnabled(const SVssProbes& probes);
+// Failures of discovery leave it.
 bool ComputeVssEnabled();
 
 } // namespace oracle
