@@ -460,18 +460,24 @@ void create_folders(const path_param_t& path)
 {
     check_path_access(path);
     session_ptr session = path_session(path);
-    const std::wstring& text = path.wide();
-
-    std::vector<size_t> separators;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (is_separator_char(text[i]))
-            separators.push_back(i);
-    }
-    for (size_t i = fixed_separator_count(text); i < separators.size(); ++i) {
-        const std::filesystem::path folder(text.substr(0, separators[i] + 1));
+    for (const auto& text : folders_to_make(path.wide())) {
+        const std::filesystem::path folder(text);
         if (!std::filesystem::exists(std::filesystem::status(folder)))
             std::filesystem::create_directory(folder);
     }
+}
+
+std::vector<std::wstring> folders_to_make(const std::wstring& path)
+{
+    std::vector<size_t> separators;
+    for (size_t i = 0; i < path.size(); ++i) {
+        if (is_separator_char(path[i]))
+            separators.push_back(i);
+    }
+    std::vector<std::wstring> folders;
+    for (size_t i = fixed_separator_count(path); i < separators.size(); ++i)
+        folders.push_back(path.substr(0, separators[i] + 1));
+    return folders;
 }
 
 std::wstring get_temp_path()

@@ -129,6 +129,9 @@ void rename_file(const path_param_t& from, const path_param_t& to);
 // Makes every missing folder above the file `path`; the last part is a file
 // name and is never made. Server and share parts of a UNC path are skipped.
 void create_folders(const path_param_t& path);
+// The folders create_folders looks at for `path`, outermost first, each with
+// its trailing separator.
+std::vector<std::wstring> folders_to_make(const std::wstring& path);
 
 std::wstring get_temp_path();
 // The path of the executable of the process.

@@ -236,6 +236,19 @@ TEST(Paths, SplitJoinAndStripTreatBothSeparatorsAlike)
     EXPECT_THAT(parts, ElementsAre(L"srv", L"share", L"a"));
 }
 
+TEST(Paths, FoldersToMakeSkipServerShareAndLongPrefixes)
+{
+    EXPECT_THAT(win::folders_to_make(L"C:\\a/b\\f.txt"),
+                ElementsAre(L"C:\\", L"C:\\a/", L"C:\\a/b\\"));
+    EXPECT_THAT(win::folders_to_make(L"\\\\?\\UNC\\srv\\sh\\a\\f.txt"),
+                ElementsAre(L"\\\\?\\UNC\\srv\\sh\\a\\"));
+    EXPECT_THAT(win::folders_to_make(L"//?/UNC/srv/sh/a/f.txt"), ElementsAre(L"//?/UNC/srv/sh/a/"));
+    EXPECT_THAT(win::folders_to_make(L"\\\\srv\\sh\\a\\b\\f"),
+                ElementsAre(L"\\\\srv\\sh\\a\\", L"\\\\srv\\sh\\a\\b\\"));
+    EXPECT_THAT(win::folders_to_make(L"\\\\?\\C:\\a\\f"), ElementsAre(L"\\\\?\\C:\\a\\"));
+    EXPECT_TRUE(win::folders_to_make(L"agent.log").empty());
+}
+
 TEST(Paths, NetworkPathsAreUncButNotOtherLongForms)
 {
     EXPECT_TRUE(win::is_network_path(L"\\\\srv\\share\\f"));
