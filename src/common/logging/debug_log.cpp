@@ -40,11 +40,6 @@ void COutputDebugStringLog::write(const std::string& text)
                reinterpret_cast<const sockaddr*>(&address_), sizeof(address_));
 }
 
-void COutputDebugStringLog::compress_to(const std::shared_ptr<util::zip_writer_t>&)
-{
-    // The debugger keeps nothing that could be compressed.
-}
-
 void COutputDebugStringLog::read_settings() noexcept
 {
     try {

@@ -14,7 +14,7 @@ namespace receiver {
 // host and port of the external log settings when they enable it. The
 // process must have started Winsock; until it has, only the debugger gets
 // the lines and the socket is tried again at the next write.
-class COutputDebugStringLog : public log_file_t {
+class COutputDebugStringLog : public stream_log_t {
 public:
     COutputDebugStringLog();
     ~COutputDebugStringLog() override;
@@ -22,18 +22,12 @@ public:
     COutputDebugStringLog& operator=(const COutputDebugStringLog&) = delete;
 
     void write(const std::string& text) override;
-    const std::string& path() const override { return path_; }
-    const std::string& line_end() const override { return line_end_; }
-    uint64_t size() override { return 0; }
-    void compress_to(const std::shared_ptr<util::zip_writer_t>& writer) override;
 
 private:
     // Reads the settings in their order; the first failure ends the reading
     // and keeps what was read before it.
     void read_settings() noexcept;
 
-    std::string path_;
-    std::string line_end_ = "\n";
     bool ext_enabled_ = false;
     sockaddr_in address_;
     SOCKET socket_ = INVALID_SOCKET;

@@ -92,10 +92,5 @@ void stdout_log_file_t::write(const std::string& text)
     std::cout << text << std::flush;
 }
 
-void stdout_log_file_t::compress_to(const std::shared_ptr<util::zip_writer_t>&)
-{
-    // Standard output keeps nothing that could be compressed.
-}
-
 } // namespace receiver
 } // namespace logging

@@ -38,7 +38,7 @@ namespace logging {
 namespace receiver {
 
 // Standard output, framed by a line of slashes when made and when destroyed.
-class stdout_log_file_t : public log_file_t {
+class stdout_log_file_t : public stream_log_t {
 public:
     stdout_log_file_t();
     ~stdout_log_file_t() override;
@@ -46,14 +46,6 @@ public:
     stdout_log_file_t& operator=(const stdout_log_file_t&) = delete;
 
     void write(const std::string& text) override;
-    const std::string& path() const override { return path_; }
-    const std::string& line_end() const override { return line_end_; }
-    uint64_t size() override { return 0; }
-    void compress_to(const std::shared_ptr<util::zip_writer_t>& writer) override;
-
-private:
-    std::string path_;
-    std::string line_end_ = "\n";
 };
 
 } // namespace receiver

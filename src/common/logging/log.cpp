@@ -375,13 +375,20 @@ log_operation_t::~log_operation_t()
         failed();
 }
 
-void log_operation_t::ok() noexcept
+bool log_operation_t::finish() noexcept
 {
     if (finished_)
-        return;
+        return false;
     finished_ = true;
     if (channel_->logger())
         channel_->logger()->decrease_indent();
+    return true;
+}
+
+void log_operation_t::ok() noexcept
+{
+    if (!finish())
+        return;
     try {
         channel_->detail(text_ + " ok.");
     } catch (...) {
@@ -390,11 +397,8 @@ void log_operation_t::ok() noexcept
 
 void log_operation_t::failed() noexcept
 {
-    if (finished_)
+    if (!finish())
         return;
-    finished_ = true;
-    if (channel_->logger())
-        channel_->logger()->decrease_indent();
     try {
         channel_->info(text_ + " Failed.");
     } catch (...) {

@@ -33,6 +33,20 @@ public:
     bool flush_each_write = false;
 };
 
+// A receiver that keeps nothing once written: no path, no size, nothing to
+// compress.
+class stream_log_t : public log_file_t {
+public:
+    const std::string& path() const override { return path_; }
+    const std::string& line_end() const override { return line_end_; }
+    uint64_t size() override { return 0; }
+    void compress_to(const std::shared_ptr<util::zip_writer_t>&) override {}
+
+private:
+    std::string path_;
+    std::string line_end_ = "\n";
+};
+
 } // namespace receiver
 
 namespace format {
@@ -195,6 +209,10 @@ public:
     void failed() noexcept;
 
 private:
+    // Marks the operation finished and takes back its indent; false when it
+    // already was.
+    bool finish() noexcept;
+
     bool finished_ = false;
     const log_channel_t* channel_;
     std::string text_;

@@ -42,52 +42,36 @@ void strip_terminators(Text& text)
         text.pop_back();
 }
 
-// Size query first, then reads until the buffer is large enough (the value may
-// grow between two calls). False when the value is absent at either step.
-bool query_wide_string(HKEY key, const std::wstring& name, std::wstring& out)
+LONG query_value(HKEY key, const std::wstring& name, DWORD* type, BYTE* data, DWORD* size)
 {
-    DWORD type = 0;
-    DWORD size = 0;
-    LONG code = RegQueryValueExW(key, name.c_str(), nullptr, &type, nullptr, &size);
-    if (is_absent(code))
-        return false;
-    if (code != ERROR_SUCCESS)
-        throw exc::win_sys_exc_t(static_cast<uint32_t>(code));
-    check_type(is_string_type(type), type);
-    for (;;) {
-        std::wstring buffer(size / sizeof(wchar_t) + 1, L'\0');
-        DWORD got = static_cast<DWORD>(buffer.size() * sizeof(wchar_t));
-        code = RegQueryValueExW(key, name.c_str(), nullptr, &type,
-                                reinterpret_cast<BYTE*>(&buffer[0]), &got);
-        if (is_absent(code))
-            return false;
-        if (code == ERROR_MORE_DATA) {
-            size = got;
-            continue;
-        }
-        if (code != ERROR_SUCCESS)
-            throw exc::win_sys_exc_t(static_cast<uint32_t>(code));
-        check_type(is_string_type(type), type);
-        buffer.resize(got / sizeof(wchar_t));
-        strip_terminators(buffer);
-        out = buffer;
-        return true;
-    }
+    return RegQueryValueExW(key, name.c_str(), nullptr, type, data, size);
 }
 
-std::string query_ansi_string(HKEY key, const std::string& name)
+LONG query_value(HKEY key, const std::string& name, DWORD* type, BYTE* data, DWORD* size)
+{
+    return RegQueryValueExA(key, name.c_str(), nullptr, type, data, size);
+}
+
+// Size query first, then reads until the buffer is large enough (the value may
+// grow between two calls). Returns ERROR_SUCCESS with the value in out, or the
+// code of an absent value at either step; other failures throw.
+template <typename Char>
+LONG query_string(HKEY key, const std::basic_string<Char>& name, std::basic_string<Char>& out)
 {
     DWORD type = 0;
     DWORD size = 0;
-    LONG code = RegQueryValueExA(key, name.c_str(), nullptr, &type, nullptr, &size);
+    LONG code = query_value(key, name, &type, nullptr, &size);
+    if (is_absent(code))
+        return code;
     if (code != ERROR_SUCCESS)
         throw exc::win_sys_exc_t(static_cast<uint32_t>(code));
     check_type(is_string_type(type), type);
     for (;;) {
-        std::string buffer(size + 1, '\0');
-        DWORD got = static_cast<DWORD>(buffer.size());
-        code = RegQueryValueExA(key, name.c_str(), nullptr, &type,
-                                reinterpret_cast<BYTE*>(&buffer[0]), &got);
+        std::basic_string<Char> buffer(size / sizeof(Char) + 1, Char(0));
+        DWORD got = static_cast<DWORD>(buffer.size() * sizeof(Char));
+        code = query_value(key, name, &type, reinterpret_cast<BYTE*>(&buffer[0]), &got);
+        if (is_absent(code))
+            return code;
         if (code == ERROR_MORE_DATA) {
             size = got;
             continue;
@@ -95,30 +79,40 @@ std::string query_ansi_string(HKEY key, const std::string& name)
         if (code != ERROR_SUCCESS)
             throw exc::win_sys_exc_t(static_cast<uint32_t>(code));
         check_type(is_string_type(type), type);
-        buffer.resize(got);
+        buffer.resize(got / sizeof(Char));
         strip_terminators(buffer);
-        return buffer;
+        out = buffer;
+        return ERROR_SUCCESS;
     }
 }
 
 // A REG_DWORD in one call with a four-byte buffer. A larger value of another
 // type reports ERROR_MORE_DATA with its type, and so fails on the type.
-bool query_dword(HKEY key, const std::wstring& name, uint32_t& out)
+// Returns ERROR_SUCCESS with the value in out, or the code of an absent
+// value; other failures throw.
+template <typename Char>
+LONG query_dword(HKEY key, const std::basic_string<Char>& name, uint32_t& out)
 {
     DWORD type = 0;
     DWORD value = 0;
     DWORD size = sizeof(value);
-    LONG code =
-        RegQueryValueExW(key, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
+    LONG code = query_value(key, name, &type, reinterpret_cast<BYTE*>(&value), &size);
     if (is_absent(code))
-        return false;
+        return code;
     if (code != ERROR_SUCCESS && code != ERROR_MORE_DATA)
         throw exc::win_sys_exc_t(static_cast<uint32_t>(code));
     check_type(type == REG_DWORD, type);
     if (code != ERROR_SUCCESS)
         throw exc::win_sys_exc_t(static_cast<uint32_t>(code));
     out = value;
-    return true;
+    return ERROR_SUCCESS;
+}
+
+// The ANSI readers have no answer for an absent value: it is a failure.
+void require_present(LONG code)
+{
+    if (code != ERROR_SUCCESS)
+        throw exc::win_sys_exc_t(static_cast<uint32_t>(code));
 }
 
 } // namespace
@@ -141,7 +135,7 @@ bool win_reg_key_t::get_string(const std::wstring& name, std::wstring& out) cons
 {
     try {
         check_open(key_);
-        return query_wide_string(key_, name, out);
+        return query_string(key_, name, out) == ERROR_SUCCESS;
     } catch (const std::exception& e) {
         throw_value_failure(util::wide_to_ansi_safe(name), e);
     }
@@ -151,7 +145,9 @@ std::string win_reg_key_t::get_string(const std::string& name) const
 {
     try {
         check_open(key_);
-        return query_ansi_string(key_, name);
+        std::string value;
+        require_present(query_string(key_, name, value));
+        return value;
     } catch (const std::exception& e) {
         throw_value_failure(name, e);
     }
@@ -168,7 +164,7 @@ bool win_reg_key_t::get_dword(const std::wstring& name, uint32_t& out) const
 {
     try {
         check_open(key_);
-        return query_dword(key_, name, out);
+        return query_dword(key_, name, out) == ERROR_SUCCESS;
     } catch (const std::exception& e) {
         throw_value_failure(util::wide_to_ansi_safe(name), e);
     }
@@ -178,16 +174,8 @@ uint32_t win_reg_key_t::get_dword(const std::string& name) const
 {
     try {
         check_open(key_);
-        DWORD type = 0;
-        DWORD value = 0;
-        DWORD size = sizeof(value);
-        LONG code = RegQueryValueExA(key_, name.c_str(), nullptr, &type,
-                                     reinterpret_cast<BYTE*>(&value), &size);
-        if (code != ERROR_SUCCESS && code != ERROR_MORE_DATA)
-            throw exc::win_sys_exc_t(static_cast<uint32_t>(code));
-        check_type(type == REG_DWORD, type);
-        if (code != ERROR_SUCCESS)
-            throw exc::win_sys_exc_t(static_cast<uint32_t>(code));
+        uint32_t value = 0;
+        require_present(query_dword(key_, name, value));
         return value;
     } catch (const std::exception& e) {
         throw_value_failure(name, e);
