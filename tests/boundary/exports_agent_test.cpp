@@ -4,14 +4,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "orasnap/orasnap.h"
 #include "support/registry_sandbox.h"
 #include "support/temp_folder.h"
+#include "version.h"
 
 namespace {
 
@@ -30,6 +32,21 @@ Function resolve(HMODULE module, const char* name)
 
 // The entry point of the loaded library, typed by the public header's declaration.
 #define DLL(name) resolve<decltype(&name)>(module_, #name)
+
+std::wstring version_string(const std::vector<BYTE>& block, const wchar_t* name)
+{
+    void* value = nullptr;
+    UINT length = 0;
+    const std::wstring path = std::wstring(L"\\StringFileInfo\\040904B0\\") + name;
+    if (!VerQueryValueW(block.data(), path.c_str(), &value, &length) || length == 0)
+        return L"<missing>";
+    return static_cast<const wchar_t*>(value);
+}
+
+std::wstring widen(const std::string& text)
+{
+    return std::wstring(text.begin(), text.end());
+}
 
 // The library is loaded once for the suite, inside a registry sandbox that sends
 // its log to a private folder and sets an empty logs folder, as an agent's
@@ -89,23 +106,51 @@ HMODULE AgentCalls::module_ = nullptr;
 
 } // namespace
 
-TEST_F(AgentCalls, StopWithoutInitSucceedsAndWritesNoText)
+TEST_F(AgentCalls, ExportsExactlyTheEighteenEntryPointsAndCarriesTheBuildVersion)
+{
+    std::vector<std::string> expected = {
+        "OracleVssInitLib",       "OracleVssStopLib",          "OracleGatherVssInfo",
+        "OracleShouldSkipVssWriter", "OracleCheckVssFunctionality", "OracleLibStrFree",
+        "OracleExploreInstances", "OracleBackupLogs",          "OracleEnumLogs",
+        "OraclePrepareDbsForBackup", "OracleFinishDbsBackup",  "OracleDeleteLogsByTime",
+        "OracleDeleteLogsBySize", "OracleRemoveLogsInTemp",    "OracleIsRestoreRequired",
+        "OracleDoRestore",        "OracleGetLogsFolder",       "OracleTest",
+    };
+    const auto* base = reinterpret_cast<const BYTE*>(module_);
+    const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(
+        base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
+    const IMAGE_DATA_DIRECTORY& dir = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
+    ASSERT_NE(dir.VirtualAddress, 0u);
+    const auto* exports = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + dir.VirtualAddress);
+    const auto* nameRvas = reinterpret_cast<const DWORD*>(base + exports->AddressOfNames);
+    std::vector<std::string> exported;
+    for (DWORD i = 0; i < exports->NumberOfNames; ++i)
+        exported.emplace_back(reinterpret_cast<const char*>(base + nameRvas[i]));
+    std::sort(expected.begin(), expected.end());
+    std::sort(exported.begin(), exported.end());
+    EXPECT_EQ(exported, expected);
+
+    wchar_t path[MAX_PATH] = {};
+    ASSERT_NE(GetModuleFileNameW(module_, path, MAX_PATH), 0u);
+    std::vector<BYTE> block(GetFileVersionInfoSizeW(path, nullptr));
+    ASSERT_FALSE(block.empty());
+    ASSERT_TRUE(GetFileVersionInfoW(path, 0, static_cast<DWORD>(block.size()), block.data()));
+    VS_FIXEDFILEINFO* fixed = nullptr;
+    UINT fixedLength = 0;
+    ASSERT_TRUE(VerQueryValueW(block.data(), L"\\", reinterpret_cast<void**>(&fixed), &fixedLength));
+    EXPECT_EQ(fixed->dwFileVersionMS, static_cast<DWORD>(MAKELONG(ORASNAP_VERSION_MINOR, ORASNAP_VERSION_MAJOR)));
+    EXPECT_EQ(fixed->dwFileVersionLS, static_cast<DWORD>(MAKELONG(ORASNAP_VERSION_TWEAK, ORASNAP_VERSION_PATCH)));
+    EXPECT_EQ(fixed->dwFileType, static_cast<DWORD>(VFT_DLL));
+    EXPECT_EQ(version_string(block, L"FileVersion"), widen(ORASNAP_VERSION_TEXT));
+    EXPECT_EQ(version_string(block, L"Comments"), widen(ORASNAP_COMMENTS));
+}
+
+TEST_F(AgentCalls, StopWithoutInitAndFreeingNullDoNothing)
 {
     wchar_t* error = kUntouched;
     EXPECT_EQ(DLL(OracleVssStopLib)(&error), S_OK);
     EXPECT_EQ(error, kUntouched);
-}
-
-TEST_F(AgentCalls, EmptyResultIsAOneCharacterBuffer)
-{
-    wchar_t* result = kUntouched;
-    wchar_t* error = kUntouched;
-    ASSERT_EQ(DLL(OracleGetLogsFolder)(&result, &error), S_OK);
-    EXPECT_EQ(error, kUntouched);
-    ASSERT_NE(result, kUntouched);
-    ASSERT_NE(result, nullptr);
-    EXPECT_EQ(result[0], L'\0');
-    DLL(OracleLibStrFree)(result);
+    DLL(OracleLibStrFree)(nullptr);
 }
 
 TEST_F(AgentCalls, InitAfterAnInitOrAStopChangesNothing)
@@ -120,73 +165,60 @@ TEST_F(AgentCalls, InitAfterAnInitOrAStopChangesNothing)
     EXPECT_NE(log_text().find("Oracle agent config:"), std::string::npos);
 }
 
-TEST_F(AgentCalls, CallerGetsTheErrorTextAndTheLogGetsTheExportLiteral)
+TEST_F(AgentCalls, AnswersWriteOnlyTheirOwnCellsOnAMachineWithoutOracle)
+{
+    // Each bool answer writes one byte and no error text; the empty logs folder
+    // is a one-character buffer; OracleMeta.xml is looked for in the working folder.
+    ASSERT_EQ(GetFileAttributesW(L"OracleMeta.xml"), INVALID_FILE_ATTRIBUTES);
+    const auto cells = [](unsigned char functional, unsigned char skip, unsigned char restore) {
+        return std::vector<unsigned char>{functional, 0xA5, skip, 0xA5, restore, 0xA5};
+    };
+    std::vector<unsigned char> seen = cells(0x5A, 0x5A, 0x5A);
+    wchar_t* error = kUntouched;
+    EXPECT_EQ(DLL(OracleCheckVssFunctionality)(reinterpret_cast<bool*>(&seen[0]), &error), S_OK);
+    for (const wchar_t* sid : {L"NOSUCHSID", L""}) {
+        seen[2] = 0x5A;
+        EXPECT_EQ(DLL(OracleShouldSkipVssWriter)(sid, reinterpret_cast<bool*>(&seen[2]), &error), S_OK);
+    }
+    EXPECT_EQ(DLL(OracleIsRestoreRequired)(reinterpret_cast<bool*>(&seen[4]), &error), S_OK);
+    EXPECT_EQ(seen, cells(1, 0, 0));
+    wchar_t* result = kUntouched;
+    ASSERT_EQ(DLL(OracleGetLogsFolder)(&result, &error), S_OK);
+    ASSERT_NE(result, kUntouched);
+    ASSERT_NE(result, nullptr);
+    EXPECT_EQ(result[0], L'\0');
+    DLL(OracleLibStrFree)(result);
+    EXPECT_EQ(DLL(OracleTest)(nullptr, nullptr, kLogName, &error), S_OK);
+    EXPECT_EQ(error, kUntouched);
+}
+
+TEST_F(AgentCalls, FailuresGiveTheCallerTheTraceAndTheLogTheExportLiteral)
 {
     wchar_t* error = kUntouched;
     ASSERT_EQ(DLL(OracleVssInitLib)(kLogName, &error), S_OK);
     wchar_t* result = kUntouched;
     EXPECT_EQ(DLL(OracleExploreInstances)(true, L"sys", L"secret", L"", &result, &error), E_FAIL);
-    EXPECT_EQ(result, kUntouched);
     EXPECT_EQ(take(error), L"Exploring Oracle instances is not built yet.\n"
                            L"--tr:Oracle manager failed to explore Oracle instances");
-    EXPECT_NE(log_text().find("oralib| ERR |Failed to explore oracle instances.\r\n"), std::string::npos);
-}
-
-TEST_F(AgentCalls, UnknownOrEmptySidIsNotSkipped)
-{
-    for (const wchar_t* sid : {L"NOSUCHSID", L""}) {
-        unsigned char cells[2] = {0x5A, 0xA5};
-        wchar_t* error = kUntouched;
-        EXPECT_EQ(DLL(OracleShouldSkipVssWriter)(sid, reinterpret_cast<bool*>(cells), &error), S_OK);
-        EXPECT_EQ(cells[0], 0) << "the bool cell was not written with false";
-        EXPECT_EQ(cells[1], 0xA5) << "more than one byte was written";
-        EXPECT_EQ(error, kUntouched);
-    }
-}
-
-TEST_F(AgentCalls, VssStaysEnabledOnAMachineWithoutOracle)
-{
-    unsigned char cells[2] = {0x5A, 0xA5};
-    wchar_t* error = kUntouched;
-    EXPECT_EQ(DLL(OracleCheckVssFunctionality)(reinterpret_cast<bool*>(cells), &error), S_OK);
-    EXPECT_EQ(cells[0], 1);
-    EXPECT_EQ(cells[1], 0xA5) << "more than one byte was written";
-    EXPECT_EQ(error, kUntouched);
-}
-
-TEST_F(AgentCalls, GatheringWithoutEntriesFailsWithAClearText)
-{
-    wchar_t* result = kUntouched;
-    wchar_t* error = kUntouched;
     EXPECT_EQ(DLL(OracleGatherVssInfo)(nullptr, nullptr, &result, &error), E_FAIL);
-    EXPECT_EQ(result, kUntouched);
     EXPECT_EQ(take(error), L"No Oracle VSS entries were gathered.");
-}
-
-TEST_F(AgentCalls, MalformedDocumentsFailWithTheParserText)
-{
-    wchar_t* error = kUntouched;
     EXPECT_EQ(DLL(OracleFinishDbsBackup)(L"<databases>", L"", L"", &error), E_FAIL);
     EXPECT_EQ(take(error), L"XML error: [Error reading Element value.]. Error code: [5].\n"
                            L"--tr:Failed to parse XML content. Source content: [<databases>].\n"
                            L"--tr:Oracle manager failed to finish dbs backup");
-
-    error = kUntouched;
     EXPECT_EQ(DLL(OracleRemoveLogsInTemp)(L"", &error), E_FAIL);
     EXPECT_EQ(take(error), L"XML error: [Error document empty.]. Error code: [12].\n"
                            L"--tr:Failed to parse XML content. Source content: [].\n"
                            L"--tr:Oracle manager failed to remove logs in temp");
-}
+    // Deletion by size reports the trace line of deletion by time.
+    EXPECT_EQ(DLL(OracleDeleteLogsBySize)(L"C:\\ora", L"ORCL", 1u << 30, L"", L"", &error), E_FAIL);
+    EXPECT_EQ(take(error), L"Deleting archived logs by size is not built yet.\n"
+                           L"--tr:Oracle manager failed to delete archived logs by time");
 
-TEST_F(AgentCalls, OperationsStillToComeFailWithATextNamingThem)
-{
-    wchar_t* result = kUntouched;
-    wchar_t* error = kUntouched;
     const auto first_line = [](wchar_t* text) {
         const std::wstring whole = take(text);
         return whole.substr(0, whole.find(L'\n'));
     };
-
     EXPECT_EQ(DLL(OracleBackupLogs)(L"C:\\ora", L"ORCL", L"1", L"0", L"", L"", &result, &error), E_FAIL);
     EXPECT_EQ(first_line(error), L"Backing up archived logs is not built yet.");
     EXPECT_EQ(DLL(OracleEnumLogs)(&result, &error), E_FAIL);
@@ -195,36 +227,15 @@ TEST_F(AgentCalls, OperationsStillToComeFailWithATextNamingThem)
     EXPECT_EQ(first_line(error), L"Preparing databases for backup is not built yet.");
     EXPECT_EQ(DLL(OracleDeleteLogsByTime)(L"C:\\ora", L"ORCL", 60, L"", L"", &error), E_FAIL);
     EXPECT_EQ(first_line(error), L"Deleting archived logs by time is not built yet.");
-    EXPECT_EQ(DLL(OracleDeleteLogsBySize)(L"C:\\ora", L"ORCL", 1u << 30, L"", L"", &error), E_FAIL);
-    EXPECT_EQ(first_line(error), L"Deleting archived logs by size is not built yet.");
     EXPECT_EQ(DLL(OracleDoRestore)(&error), E_FAIL);
     EXPECT_EQ(first_line(error), L"Restoring databases is not built yet.");
     EXPECT_EQ(result, kUntouched);
-}
 
-TEST_F(AgentCalls, RestoreIsRequiredExactlyWhileTheMetadataFileExists)
-{
-    // The configured logs folder is empty, so the metadata file is looked for in
-    // the working folder.
-    const wchar_t metaPath[] = L"OracleMeta.xml";
-    ASSERT_EQ(GetFileAttributesW(metaPath), INVALID_FILE_ATTRIBUTES);
-    unsigned char cell = 0x5A;
-    wchar_t* error = kUntouched;
-    EXPECT_EQ(DLL(OracleIsRestoreRequired)(reinterpret_cast<bool*>(&cell), &error), S_OK);
-    EXPECT_EQ(cell, 0);
-
-    HANDLE file = CreateFileW(metaPath, GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    CloseHandle(file);
-    EXPECT_EQ(DLL(OracleIsRestoreRequired)(reinterpret_cast<bool*>(&cell), &error), S_OK);
-    DeleteFileW(metaPath);
-    EXPECT_EQ(cell, 1);
-    EXPECT_EQ(error, kUntouched);
-}
-
-TEST_F(AgentCalls, ConsoleTestOnAMachineWithoutOracleSucceeds)
-{
-    wchar_t* error = kUntouched;
-    EXPECT_EQ(DLL(OracleTest)(nullptr, nullptr, kLogName, &error), S_OK);
-    EXPECT_EQ(error, kUntouched);
+    const std::string log = log_text();
+    for (const char* line : {"oralib| Exploring oracle instances\r\n",
+                             "oralib| Exploring oracle instances Failed.\r\n",
+                             "oralib| ERR |Failed to explore oracle instances.\r\n",
+                             "oralib| Deleting oracle logs by size. Sid: ORCL\r\n",
+                             "oralib| ERR |Failed to delete oracle logs by size\r\n"})
+        EXPECT_NE(log.find(line), std::string::npos) << line;
 }

@@ -91,8 +91,19 @@ std::string agent_run_mismatch(const std::wstring& folder)
     test::registry_sandbox_t registry;
     registry.set_string(agent_key, L"LogDirectory", log_folder);
     registry.set_string(agent_key, L"OracleTempLogPath", oracle_folder);
-    registry.set_dword(agent_key, L"OracleConnectionTimeout", 77);
-    registry.set_dword(agent_key, L"OracleSkipNoArchiveLogDB", 2);
+    // Every value away from its default, so each name read shows in the dump;
+    // DetectAsmInstancesByQuery is not read from the registry.
+    registry.set_dword(agent_key, L"OracleConnectionTimeout", 0xFFFFFFFFu);
+    registry.set_dword(agent_key, L"OracleRestoreWaitInSec", 0);
+    registry.set_dword(agent_key, L"OracleAgentTtlSec", 7);
+    registry.set_dword(agent_key, L"OracleWaitDbStartedAttemptCount", 3);
+    registry.set_dword(agent_key, L"CheckAsmLogFileExistence", 2);
+    registry.set_dword(agent_key, L"SupportOracle10", 1);
+    registry.set_dword(agent_key, L"OracleStageLogsBeforeBackup", 1);
+    registry.set_dword(agent_key, L"DisableOracleProcessing", 1);
+    registry.set_dword(agent_key, L"DetectAsmInstancesByQuery", 0);
+    registry.set_dword(agent_key, L"UseOracleAutostartOption", 1);
+    registry.set_dword(agent_key, L"OracleSkipNoArchiveLogDB", 1);
     registry.set_dword(agent_key, L"DeleteOracleAbsentLogFiles", 0);
 
     HMODULE module = LoadLibraryW(L"orasnap.dll");
@@ -139,16 +150,16 @@ std::string agent_run_mismatch(const std::wstring& folder)
         return banner;
     const std::string dump = find_block(lines, {
         "oralib| Oracle agent config:",
-        "oralib| ConnectionTimeoutSec: 77",
-        "oralib| OracleRestoreWaitInSec: 45",
-        "oralib| OracleAgentTtlSec: 600",
-        "oralib| WaitDbStartedAttemptCount: 30",
-        "oralib| CheckAsmLogFileExistence: false",
-        "oralib| SupportOracle10: false",
-        "oralib| OracleStageLogsBeforeBackup: false",
-        "oralib| DisableOracleProcessing: false",
+        "oralib| ConnectionTimeoutSec: -1",
+        "oralib| OracleRestoreWaitInSec: 0",
+        "oralib| OracleAgentTtlSec: 7",
+        "oralib| WaitDbStartedAttemptCount: 3",
+        "oralib| CheckAsmLogFileExistence: true",
+        "oralib| SupportOracle10: true",
+        "oralib| OracleStageLogsBeforeBackup: true",
+        "oralib| DisableOracleProcessing: true",
         "oralib| DetectAsmInstancesByQuery: true",
-        "oralib| UseAutostartOption: false",
+        "oralib| UseAutostartOption: true",
         "oralib| OracleSkipNoArchiveLogDB: true",
         "oralib| OracleTempLogPath: " + util::wide_to_ansi(oracle_folder),
         "oralib| DeleteOracleAbsentLogFiles: false",

@@ -14,9 +14,8 @@ TEST(VssGate, SkippedSidsMatchExactlyAndCaseSensitively)
     GetVssGate().AddSkippedSid(L"GATEORCL");
     GetVssGate().AddSkippedSid(L"GATEORCL");
     EXPECT_TRUE(GetVssGate().IsSkipped(L"GATEORCL"));
-    EXPECT_FALSE(GetVssGate().IsSkipped(L"gateorcl"));
-    EXPECT_FALSE(GetVssGate().IsSkipped(L"GATEORCL "));
-    EXPECT_FALSE(GetVssGate().IsSkipped(L""));
+    for (const wchar_t* other : {L"gateorcl", L"GATEORCL ", L""})
+        EXPECT_FALSE(GetVssGate().IsSkipped(other));
 }
 
 TEST(VssEntriesDocument, FailedEntryCarriesOnlySidAndError)
@@ -24,15 +23,11 @@ TEST(VssEntriesDocument, FailedEntryCarriesOnlySidAndError)
     SOracleEntry good;
     good.sid = L"ORCL";
     good.dbName = L"DB\u00e9";
-    good.instanceOpen = true;
-    good.dbActive = true;
-    good.dbArchiveLogsOn = true;
-    good.ok = true;
+    good.instanceOpen = good.dbActive = good.dbArchiveLogsOn = good.ok = true;
     SOracleEntry failed;
     failed.sid = L"TEST";
     failed.dbName = L"ignored";
     failed.error = L"Timeout & more";
-
     EXPECT_EQ(GatherVssInfoXml(OracleEntries{good, failed}),
               L"<OracleEntries>\n"
               L"    <OracleEntry sid=\"ORCL\" db_name=\"DB\u00e9\" instance_open=\"true\" "
