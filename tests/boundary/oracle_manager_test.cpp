@@ -6,23 +6,14 @@
 #include <vector>
 
 #include "support/capturing_receiver.h"
+#include "support/failure_lines.h"
 
 using specific::oracle::COracleManager;
 using specific::oracle::SOracleCredentials;
 
 namespace {
 
-template <typename Action>
-std::string failure_text(Action action)
-{
-    try {
-        action();
-    } catch (const std::exception& caught) {
-        return caught.what();
-    }
-    ADD_FAILURE() << "no exception was raised";
-    return std::string();
-}
+using test::failure_text;
 
 const SOracleCredentials kNoCredentials;
 

@@ -26,4 +26,17 @@ std::vector<std::string> failure_lines(Call call)
     return {};
 }
 
+// The what() of the exception that `call` raises.
+template <typename Call>
+std::string failure_text(Call call)
+{
+    try {
+        call();
+    } catch (const std::exception& caught) {
+        return caught.what();
+    }
+    ADD_FAILURE() << "no exception was raised";
+    return std::string();
+}
+
 } // namespace test

@@ -12,6 +12,7 @@
 #include "support/capturing_receiver.h"
 #include "support/registry_sandbox.h"
 #include "support/service_sandbox.h"
+#include "support/short_timeout.h"
 
 namespace {
 
@@ -19,20 +20,8 @@ using inventory_test::CSimMachine;
 using specific::oracle::CheckDbActiveForVss;
 using specific::oracle::VssGate;
 
-// The configuration is read once per process: a hung instance must cost one
-// second here, not the five minutes of the default.
-class ShortTimeoutEnvironment : public testing::Environment {
-public:
-    void SetUp() override
-    {
-        test::registry_sandbox_t sandbox;
-        sandbox.set_dword(L"SOFTWARE\\Brelm\\Brelm Safeguard", L"OracleConnectionTimeout", 1);
-        ASSERT_EQ(specific::oracle::COracleConfig::Instance().connectionTimeoutSec, 1);
-    }
-};
-
 testing::Environment* const g_environment =
-    testing::AddGlobalTestEnvironment(new ShortTimeoutEnvironment);
+    testing::AddGlobalTestEnvironment(new test::short_timeout_environment_t);
 
 bool HasLineEndingWith(const std::vector<std::string>& lines, const std::string& text)
 {
