@@ -2,6 +2,7 @@
 // the calls and arguments of a real client.
 #include "ocisim/oci_abi.h"
 #include "ocisim/scenario_builder.h"
+#include "support/temp_folder.h"
 
 #include <windows.h>
 
@@ -119,22 +120,33 @@ public:
         return status == OCI_SUCCESS ? logon(mode) : status;
     }
 
+    // A new statement handle with `sql` prepared on it; the status of the prepare goes to `status`.
+    OCIStmt* prepare(const std::string& sql, sword* status = nullptr) {
+        OCIStmt* stmt = nullptr;
+        api().HandleAlloc(env_, reinterpret_cast<void**>(&stmt), OCI_HTYPE_STMT, 0, nullptr);
+        const sword prepared = api().StmtPrepare(stmt, err_, reinterpret_cast<const OraText*>(sql.data()),
+                                                 static_cast<ub4>(sql.size()), OCI_NTV_SYNTAX, OCI_DEFAULT);
+        if (status) *status = prepared;
+        return stmt;
+    }
+
+    sword execute(OCIStmt* stmt, ub4 iters = 1) {
+        return api().StmtExecute(svc_, stmt, err_, iters, 0, nullptr, nullptr, OCI_DEFAULT);
+    }
+
     // Runs a statement and fetches its rows into 1024-byte SQLT_STR buffers. The
     // status of each fetch, the last one included, goes to `fetches`.
     sword run(const std::string& sql, ub4 columns, Rows* rows = nullptr, std::vector<sword>* fetches = nullptr,
               std::vector<std::vector<sb2>>* indicators = nullptr) {
-        OCIStmt* stmt = nullptr;
-        api().HandleAlloc(env_, reinterpret_cast<void**>(&stmt), OCI_HTYPE_STMT, 0, nullptr);
-        sword status = api().StmtPrepare(stmt, err_, reinterpret_cast<const OraText*>(sql.data()),
-                                         static_cast<ub4>(sql.size()), OCI_NTV_SYNTAX, OCI_DEFAULT);
+        sword status = OCI_SUCCESS;
+        OCIStmt* stmt = prepare(sql, &status);
         std::vector<std::vector<char>> buffers(columns, std::vector<char>(1024));
         std::vector<sb2> ind(columns, 0);
         std::vector<OCIDefine*> defines(columns, nullptr);
         for (ub4 i = 0; i < columns && status == OCI_SUCCESS; ++i)
             status = api().DefineByPos(stmt, &defines[i], err_, i + 1, buffers[i].data(), 1024, SQLT_STR, &ind[i],
                                        nullptr, nullptr, OCI_DEFAULT);
-        if (status == OCI_SUCCESS) status = api().StmtExecute(svc_, stmt, err_, columns == 0 ? 1 : 0, 0, nullptr,
-                                                              nullptr, OCI_DEFAULT);
+        if (status == OCI_SUCCESS) status = execute(stmt, columns == 0 ? 1 : 0);
         while (status == OCI_SUCCESS && columns > 0) {
             const sword fetched = api().StmtFetch2(stmt, err_, 1, OCI_FETCH_NEXT, 0, OCI_DEFAULT);
             if (fetches) fetches->push_back(fetched);
@@ -165,7 +177,6 @@ public:
         return {code, reinterpret_cast<const char*>(text)};
     }
 
-    OCIEnv* env() const { return env_; }
     OCIError* err() const { return err_; }
     OCISvcCtx* svc() const { return svc_; }
 
@@ -182,15 +193,10 @@ private:
 class ClientTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir_ = std::filesystem::temp_directory_path() / "ocisim_client_test";
-        std::filesystem::remove_all(dir_);
-        std::filesystem::create_directories(dir_);
-        scenario_ = (dir_ / "scenario.txt").u8string();
-        journal_ = (dir_ / "journal.txt").u8string();
-        db_ = &add_typical_database(world_, "ORCL", dir_.u8string());
+        db_ = &add_typical_database(world_, "ORCL", std::filesystem::path(dir_.path()).u8string());
         create_log_files(*db_);
-        SetEnvironmentVariableW(L"OCISIM_SCENARIO", (dir_ / "scenario.txt").wstring().c_str());
-        SetEnvironmentVariableW(L"OCISIM_JOURNAL", (dir_ / "journal.txt").wstring().c_str());
+        SetEnvironmentVariableW(L"OCISIM_SCENARIO", dir_.file(L"scenario.txt").c_str());
+        SetEnvironmentVariableW(L"OCISIM_JOURNAL", dir_.file(L"journal.txt").c_str());
         SetEnvironmentVariableW(L"OCISIM_STATE", nullptr);
         SetEnvironmentVariableW(L"ORACLE_SID", L"ORCL");
     }
@@ -198,22 +204,19 @@ protected:
     void TearDown() override {
         SetEnvironmentVariableW(L"OCISIM_SCENARIO", nullptr);
         SetEnvironmentVariableW(L"OCISIM_JOURNAL", nullptr);
-        std::error_code ignored;
-        std::filesystem::remove_all(dir_, ignored);
     }
 
     void write() { write_scenario(scenario_, world_); }
-
-    std::vector<std::string> journal() const { return read_journal(journal_); }
+    World state() const { return read_state(scenario_); }
+    std::vector<std::string> journal() const { return read_journal(dir_.file_utf8("journal.txt")); }
 
     bool journal_has(const std::string& line) const {
         const auto lines = journal();
         return std::find(lines.begin(), lines.end(), line) != lines.end();
     }
 
-    std::filesystem::path dir_;
-    std::string scenario_;
-    std::string journal_;
+    test::temp_folder_t dir_;
+    std::string scenario_ = dir_.file_utf8("scenario.txt");
     World world_;
     Instance* db_ = nullptr;
 };
@@ -264,9 +267,17 @@ TEST_F(ClientTest, UnknownStatementFailsWithOra00900KeepingTheTrailingLineFeed) 
     EXPECT_TRUE(journal_has("error sid=ORCL code=900"));
 }
 
-TEST_F(ClientTest, DownInstanceAnswers1034AndStartsThroughAPreliminarySession) {
-    db_->set("status", "DOWN");
+TEST_F(ClientTest, ShutdownAndAPreliminaryStartupMoveTheSavedInstanceState) {
     write();
+    {
+        Connection c;
+        ASSERT_EQ(c.connect(), OCI_SUCCESS);
+        EXPECT_EQ(api().DBShutdown(c.svc(), c.err(), nullptr, OCI_DBSHUTDOWN_IMMEDIATE), OCI_SUCCESS);
+        EXPECT_EQ(c.run("ALTER DATABASE CLOSE NORMAL", 0), OCI_SUCCESS);
+        EXPECT_EQ(c.run("ALTER DATABASE DISMOUNT", 0), OCI_SUCCESS);
+        EXPECT_EQ(api().DBShutdown(c.svc(), c.err(), nullptr, OCI_DBSHUTDOWN_FINAL), OCI_SUCCESS);
+    }
+    EXPECT_EQ(state().find("ORCL")->get("status"), "DOWN");
     {
         Connection c;
         EXPECT_EQ(c.connect(), OCI_ERROR);
@@ -282,12 +293,13 @@ TEST_F(ClientTest, DownInstanceAnswers1034AndStartsThroughAPreliminarySession) {
     Connection c;
     ASSERT_EQ(c.connect(), OCI_SUCCESS);
     EXPECT_EQ(c.run("ALTER DATABASE MOUNT", 0), OCI_SUCCESS);
-    EXPECT_EQ(read_state(scenario_).find("ORCL")->get("status"), "MOUNTED");
-    EXPECT_TRUE(journal_has("logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=EXT"));
-    EXPECT_TRUE(journal_has("startup sid=ORCL"));
+    EXPECT_EQ(state().find("ORCL")->get("status"), "MOUNTED");
+    for (const char* line : {"shutdown sid=ORCL mode=IMMEDIATE", "shutdown sid=ORCL mode=FINAL",
+                             "logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=EXT", "startup sid=ORCL"})
+        EXPECT_TRUE(journal_has(line)) << line;
 }
 
-TEST_F(ClientTest, RefusedSysdbaGives1031AndThePlainLogonWorks) {
+TEST_F(ClientTest, RefusedAttachesAndLogonsCarryTheirOraErrors) {
     write();
     {
         Connection c;
@@ -295,26 +307,28 @@ TEST_F(ClientTest, RefusedSysdbaGives1031AndThePlainLogonWorks) {
         EXPECT_EQ(c.logon(OCI_SYSDBA, "system", "manager"), OCI_ERROR);
         EXPECT_EQ(c.error_code(), 1031);
     }
-    Connection c;
-    ASSERT_EQ(c.attach(), OCI_SUCCESS);
-    EXPECT_EQ(c.logon(OCI_DEFAULT, "system", "manager"), OCI_SUCCESS);
-    EXPECT_EQ(c.run("ALTER DATABASE CLOSE NORMAL", 0), OCI_ERROR);
-    EXPECT_EQ(c.error_code(), 1031);
+    {
+        Connection c;
+        ASSERT_EQ(c.attach(), OCI_SUCCESS);
+        EXPECT_EQ(c.logon(OCI_DEFAULT, "system", "manager"), OCI_SUCCESS);
+        EXPECT_EQ(c.run("ALTER DATABASE CLOSE NORMAL", 0), OCI_ERROR);
+        EXPECT_EQ(c.error_code(), 1031);
+    }
     EXPECT_TRUE(journal_has("logon sid=ORCL mode=SYSDBA cred=RDBMS login=system"));
     EXPECT_TRUE(journal_has("logon sid=ORCL mode=DEFAULT cred=RDBMS login=system"));
-}
 
-TEST_F(ClientTest, ShutdownSequenceTakesTheInstanceDown) {
-    write();
+    SetEnvironmentVariableW(L"ORACLE_SID", L"NOPE");
+    {
+        Connection c;
+        EXPECT_EQ(c.attach(), OCI_ERROR);
+        EXPECT_EQ(c.error(), std::make_pair(sb4{12560}, std::string("ORA-12560: TNS:protocol adapter error\n")));
+    }
+    EXPECT_TRUE(journal_has("attach sid=NOPE"));
+    SetEnvironmentVariableW(L"ORACLE_SID", L"orcl");
+    SetEnvironmentVariableW(L"OCISIM_SCENARIO", nullptr);
     Connection c;
-    ASSERT_EQ(c.connect(), OCI_SUCCESS);
-    EXPECT_EQ(api().DBShutdown(c.svc(), c.err(), nullptr, OCI_DBSHUTDOWN_IMMEDIATE), OCI_SUCCESS);
-    EXPECT_EQ(c.run("ALTER DATABASE CLOSE NORMAL", 0), OCI_SUCCESS);
-    EXPECT_EQ(c.run("ALTER DATABASE DISMOUNT", 0), OCI_SUCCESS);
-    EXPECT_EQ(api().DBShutdown(c.svc(), c.err(), nullptr, OCI_DBSHUTDOWN_FINAL), OCI_SUCCESS);
-    EXPECT_EQ(read_state(scenario_).find("ORCL")->get("status"), "DOWN");
-    EXPECT_TRUE(journal_has("shutdown sid=ORCL mode=IMMEDIATE"));
-    EXPECT_TRUE(journal_has("shutdown sid=ORCL mode=FINAL"));
+    EXPECT_EQ(c.attach(), OCI_ERROR);
+    EXPECT_EQ(c.error().second, "ORA-12560: TNS:protocol adapter error (OCISIM_SCENARIO is not set)\n");
 }
 
 DWORD WINAPI connect_and_check_status(void* param) {
@@ -355,46 +369,37 @@ TEST_F(ClientTest, AccessViolationFaultIsARealStructuredException) {
     EXPECT_EQ(journal().back(), "fault sid=ORCL kind=av at=attach");
 }
 
-TEST_F(ClientTest, ErrorFaultFailsTheStatementAsOftenAsGivenAndTheStateRemembers) {
+TEST_F(ClientTest, ErrorFaultsFailAsOftenAsGivenAndFetchFaultsAfterTheirRows) {
     db_->add("fault", {{"kind", "error"},
                        {"text", "BEGIN BACKUP"},
                        {"code", "1652"},
                        {"message", "ORA-01652: unable to extend temp segment"},
                        {"times", "1"}});
+    db_->add("fault", {{"kind", "fetch_fail"}, {"text", "FROM V$DATAFILE"}, {"after", "2"}});
     write();
     Connection c;
     ASSERT_EQ(c.connect(), OCI_SUCCESS);
     EXPECT_EQ(c.run("ALTER DATABASE BEGIN BACKUP", 0), OCI_ERROR);
     EXPECT_EQ(c.error(), std::make_pair(sb4{1652}, std::string("ORA-01652: unable to extend temp segment\n")));
     EXPECT_EQ(c.run("ALTER DATABASE BEGIN BACKUP", 0), OCI_SUCCESS);
-    const World state = read_state(scenario_);
-    EXPECT_EQ(state.find("ORCL")->records("fault")[0]->get("times"), "0");
-    EXPECT_EQ(state.find("ORCL")->records("datafile")[0]->get("backup"), "ACTIVE");
-}
+    const World saved = state();
+    EXPECT_EQ(saved.find("ORCL")->records("fault")[0]->get("times"), "0");
+    EXPECT_EQ(saved.find("ORCL")->records("datafile")[0]->get("backup"), "ACTIVE");
 
-TEST_F(ClientTest, FetchFailsAfterTheGivenNumberOfRows) {
-    db_->add("fault", {{"kind", "fetch_fail"}, {"text", "FROM V$DATAFILE"}, {"after", "2"}});
-    write();
-    Connection c;
-    ASSERT_EQ(c.connect(), OCI_SUCCESS);
-    Rows rows;
     std::vector<sword> fetches;
-    EXPECT_EQ(c.run("SELECT NAME, BYTES FROM V$DATAFILE", 2, &rows, &fetches), OCI_SUCCESS);
+    EXPECT_EQ(c.run("SELECT NAME, BYTES FROM V$DATAFILE", 2, nullptr, &fetches), OCI_SUCCESS);
     EXPECT_EQ(fetches, (std::vector<sword>{OCI_SUCCESS, OCI_SUCCESS, OCI_ERROR}));
     EXPECT_EQ(c.error_code(), 3113);
 }
 
-TEST_F(ClientTest, GetFileAttrFillsTheBoundOutputs) {
-    db_->add("asm_file", {{"name", "+DATA/ORCL/ARCH/9.ARC"}, {"blocks", "7"}, {"block_size", "512"}});
+TEST_F(ClientTest, GetFileAttrFillsTheBoundOutputsOfAKnownAsmFile) {
+    db_->add("asm_file", {{"name", "+DATA/ORCL/ARCH/9.ARC"}, {"blocks", "7"}, {"block_size", "512"}, {"type", "4"}});
     write();
     Connection c;
     ASSERT_EQ(c.connect(), OCI_SUCCESS);
-    const std::string sql = "BEGIN \n DBMS_DISKGROUP.GETFILEATTR(:fname,:ftype,:fsize,:blksize); \n END;";
-    OCIStmt* stmt = nullptr;
-    api().HandleAlloc(c.env(), reinterpret_cast<void**>(&stmt), OCI_HTYPE_STMT, 0, nullptr);
-    ASSERT_EQ(api().StmtPrepare(stmt, c.err(), reinterpret_cast<const OraText*>(sql.data()),
-                                static_cast<ub4>(sql.size()), OCI_NTV_SYNTAX, OCI_DEFAULT),
-              OCI_SUCCESS);
+    sword prepared = OCI_ERROR;
+    OCIStmt* stmt = c.prepare("BEGIN \n DBMS_DISKGROUP.GETFILEATTR(:fname,:ftype,:fsize,:blksize); \n END;", &prepared);
+    ASSERT_EQ(prepared, OCI_SUCCESS);
     std::string path = "+DATA/ORCL/ARCH/9.ARC";
     std::int32_t type = 0, size = 0, block = 0;
     OCIBind* binds[4] = {};
@@ -403,16 +408,18 @@ TEST_F(ClientTest, GetFileAttrFillsTheBoundOutputs) {
                                 dty, nullptr, nullptr, nullptr, 0, nullptr, OCI_DEFAULT);
     };
     EXPECT_EQ(bind(0, ":fname", path.data(), static_cast<sb4>(path.size() + 1), SQLT_STR), OCI_SUCCESS);
-    EXPECT_EQ(api().StmtExecute(c.svc(), stmt, c.err(), 1, 0, nullptr, nullptr, OCI_DEFAULT), OCI_ERROR);
+    EXPECT_EQ(c.execute(stmt), OCI_ERROR);
     EXPECT_EQ(c.error_code(), 1008) << "executed with unbound variables";
     EXPECT_EQ(bind(1, ":ftype", &type, 4, SQLT_INT), OCI_SUCCESS);
     EXPECT_EQ(bind(2, ":fsize", &size, 4, SQLT_INT), OCI_SUCCESS);
     EXPECT_EQ(bind(3, ":blksize", &block, 4, SQLT_INT), OCI_SUCCESS);
     EXPECT_EQ(bind(3, ":nosuch", &block, 4, SQLT_INT), OCI_ERROR);
     EXPECT_EQ(c.error_code(), 1036);
-    EXPECT_EQ(api().StmtExecute(c.svc(), stmt, c.err(), 1, 0, nullptr, nullptr, OCI_DEFAULT), OCI_SUCCESS);
-    EXPECT_EQ(size, 7);
-    EXPECT_EQ(block, 512);
+    EXPECT_EQ(c.execute(stmt), OCI_SUCCESS);
+    EXPECT_EQ(std::vector<std::int32_t>({type, size, block}), std::vector<std::int32_t>({4, 7, 512}));
+    path[16] = '8';  // the bound buffer now names a file the disk group doesn't have
+    EXPECT_EQ(c.execute(stmt), OCI_ERROR);
+    EXPECT_EQ(c.error_code(), 15056);
     api().HandleFree(stmt, OCI_HTYPE_STMT);
     EXPECT_TRUE(journal_has("bind name=:fname value=+DATA/ORCL/ARCH/9.ARC"));
     EXPECT_TRUE(journal_has("bind name=:ftype value=0"));
@@ -425,9 +432,9 @@ TEST_F(ClientTest, EachAttachFindsTheWorldAsTheStateFileHasIt) {
         ASSERT_EQ(c.connect(), OCI_SUCCESS);
         ASSERT_EQ(c.run("ALTER DATABASE BEGIN BACKUP", 0), OCI_SUCCESS);
     }
-    World state = read_state(scenario_);
-    state.find("ORCL")->set("database_status", "SUSPENDED");
-    write_state(scenario_, state);
+    World saved = state();
+    saved.find("ORCL")->set("database_status", "SUSPENDED");
+    write_state(scenario_, saved);
     Connection c;
     ASSERT_EQ(c.connect(), OCI_SUCCESS);
     EXPECT_EQ(c.value("SELECT STATUS FROM V$BACKUP"), "ACTIVE");
@@ -438,12 +445,8 @@ TEST_F(ClientTest, MisusedCallsAreRefusedBeforeAnythingChanges) {
     write();
     Connection c;
     ASSERT_EQ(c.connect(), OCI_SUCCESS);
-    OCIStmt* stmt = nullptr;
-    api().HandleAlloc(c.env(), reinterpret_cast<void**>(&stmt), OCI_HTYPE_STMT, 0, nullptr);
-    const std::string ddl = "ALTER DATABASE BEGIN BACKUP";
-    api().StmtPrepare(stmt, c.err(), reinterpret_cast<const OraText*>(ddl.data()), static_cast<ub4>(ddl.size()),
-                      OCI_NTV_SYNTAX, OCI_DEFAULT);
-    EXPECT_EQ(api().StmtExecute(c.svc(), stmt, c.err(), 0, 0, nullptr, nullptr, OCI_DEFAULT), OCI_ERROR);
+    OCIStmt* stmt = c.prepare("ALTER DATABASE BEGIN BACKUP");
+    EXPECT_EQ(c.execute(stmt, 0), OCI_ERROR);
     EXPECT_EQ(c.error_code(), 24333);
     EXPECT_EQ(c.value("SELECT STATUS FROM V$BACKUP"), "NOT ACTIVE");
     EXPECT_EQ(api().HandleFree(stmt, OCI_HTYPE_STMT), OCI_SUCCESS);
@@ -451,25 +454,8 @@ TEST_F(ClientTest, MisusedCallsAreRefusedBeforeAnythingChanges) {
     EXPECT_EQ(journal().back(), "free htype=4 invalid");
     void* handle = nullptr;
     EXPECT_EQ(api().HandleAlloc(c.err(), &handle, OCI_HTYPE_STMT, 0, nullptr), OCI_INVALID_HANDLE);
-
     EXPECT_EQ(c.run("SELECT STATUS FROM V$INSTANCE", 2), OCI_ERROR);
     EXPECT_EQ(c.error_code(), 1007);
-}
-
-TEST_F(ClientTest, AttachNeedsAScenarioAndAKnownSid) {
-    write();
-    SetEnvironmentVariableW(L"ORACLE_SID", L"NOPE");
-    {
-        Connection c;
-        EXPECT_EQ(c.attach(), OCI_ERROR);
-        EXPECT_EQ(c.error(), std::make_pair(sb4{12560}, std::string("ORA-12560: TNS:protocol adapter error\n")));
-    }
-    SetEnvironmentVariableW(L"ORACLE_SID", L"orcl");
-    SetEnvironmentVariableW(L"OCISIM_SCENARIO", nullptr);
-    Connection c;
-    EXPECT_EQ(c.attach(), OCI_ERROR);
-    EXPECT_EQ(c.error().second, "ORA-12560: TNS:protocol adapter error (OCISIM_SCENARIO is not set)\n");
-    EXPECT_EQ(journal().front(), "attach sid=NOPE");
 }
 
 }  // namespace
