@@ -11,22 +11,54 @@
 
 using namespace specific::oracle;
 
-namespace {
-
-// An event owned by the test; the thread under test blocks on it the way a
-// hung client call blocks in a wait.
-struct SEvent {
-    SEvent() : handle(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
-    ~SEvent() { CloseHandle(handle); }
-    HANDLE handle;
-};
-
-DWORD exit_code(const CGuardedThread& thread)
+TEST(GuardedThread, HungThreadIsKilledWithTheTimeoutCodeAtItsStayInTheClientOrAfterTheGrace)
 {
-    DWORD code = 0;
-    GetExitCodeThread(thread.Handle(), &code);
-    return code;
+    struct SCase {
+        const char* what;
+        DWORD busyMs;      // spent outside the client before entering it
+        bool entersClient;
+        bool killInClient; // terminate only once the thread stands in the client
+        ULONGLONG minMs;
+        ULONGLONG maxMs;
+    };
+    const SCase cases[] = {
+        {"hung inside the client: at once", 0, true, true, 0, 400},
+        {"busy outside, then inside: once it enters", 200, true, false, 0, 1500},
+        {"never inside: after the grace", 0, false, false, 400, 1500},
+    };
+    // An event nobody sets: the thread blocks on it the way a hung client call does.
+    const HANDLE never = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    for (const SCase& c : cases) {
+        std::atomic<bool> started{false};
+        std::atomic<bool> inClient{false};
+        CGuardedThread thread([&] {
+            started = true;
+            const ULONGLONG busyUntil = GetTickCount64() + c.busyMs;
+            while (GetTickCount64() < busyUntil) {
+            }
+            if (c.entersClient) {
+                CClientCallMark mark;
+                inClient = true;
+                WaitForSingleObject(never, INFINITE);
+            }
+            WaitForSingleObject(never, INFINITE);
+        });
+        while (!(c.killInClient ? inClient : started))
+            Sleep(1);
+        const ULONGLONG start = GetTickCount64();
+        EXPECT_TRUE(thread.Terminate()) << c.what;
+        const ULONGLONG took = GetTickCount64() - start;
+        EXPECT_GE(took, c.minMs) << c.what;
+        EXPECT_LT(took, c.maxMs) << c.what;
+        EXPECT_EQ(inClient.load(), c.entersClient) << c.what;
+        DWORD code = 0;
+        GetExitCodeThread(thread.Handle(), &code);
+        EXPECT_EQ(code, 1460u) << c.what;
+    }
+    CloseHandle(never);
 }
+
+namespace {
 
 void write_null(void*)
 {
@@ -50,77 +82,13 @@ void throw_cpp(void*)
 
 } // namespace
 
-
-
-TEST(GuardedThread, ThreadHungInsideTheClientIsKilledAtOnceWithTimeoutCode)
-{
-    SEvent never;
-    std::atomic<bool> entered{false};
-    CGuardedThread thread([&] {
-        CClientCallMark mark;
-        entered = true;
-        WaitForSingleObject(never.handle, INFINITE);
-    });
-    while (!entered)
-        Sleep(1);
-    const ULONGLONG start = GetTickCount64();
-    EXPECT_TRUE(thread.Terminate());
-    EXPECT_LT(GetTickCount64() - start, 400u);
-    EXPECT_EQ(exit_code(thread), 1460u);
-}
-
-TEST(GuardedThread, ThreadOutsideTheClientIsKilledOnlyOnceItEntersIt)
-{
-    SEvent never;
-    std::atomic<bool> started{false};
-    std::atomic<bool> reachedClient{false};
-    CGuardedThread thread([&] {
-        started = true;
-        const ULONGLONG busyUntil = GetTickCount64() + 200;
-        while (GetTickCount64() < busyUntil) {
-        }
-        CClientCallMark mark;
-        reachedClient = true;
-        WaitForSingleObject(never.handle, INFINITE);
-    });
-    while (!started)
-        Sleep(1);
-    EXPECT_TRUE(thread.Terminate());
-    EXPECT_TRUE(reachedClient);
-    EXPECT_EQ(exit_code(thread), 1460u);
-}
-
-TEST(GuardedThread, ThreadThatNeverReachesTheClientIsKilledAfterTheGrace)
-{
-    SEvent never;
-    std::atomic<bool> started{false};
-    CGuardedThread thread([&] {
-        started = true;
-        WaitForSingleObject(never.handle, INFINITE);
-    });
-    while (!started)
-        Sleep(1);
-    const ULONGLONG start = GetTickCount64();
-    EXPECT_TRUE(thread.Terminate());
-    const ULONGLONG took = GetTickCount64() - start;
-    EXPECT_GE(took, 400u);
-    EXPECT_LT(took, 1500u);
-    EXPECT_EQ(exit_code(thread), 1460u);
-}
-
-TEST(SehGuard, FaultsEndTheCallWithTheirCodeAndANormalReturnGivesZero)
+TEST(SehGuard, FaultsEndTheCallWithTheirCodeAndCppExceptionsPassThrough)
 {
     EXPECT_EQ(orasnap_seh_guarded_call(&write_null, nullptr), 0xC0000005ul);
     EXPECT_EQ(orasnap_seh_guarded_call(&raise_custom, nullptr), 0xE0001234ul);
     int value = 0;
     EXPECT_EQ(orasnap_seh_guarded_call(&return_normally, &value), 0ul);
     EXPECT_EQ(value, 42);
-}
-
-
-
-TEST(SehGuard, CppExceptionPassesThroughToTheCallersCatch)
-{
     std::string caught;
     try {
         orasnap_seh_guarded_call(&throw_cpp, nullptr);
@@ -129,4 +97,3 @@ TEST(SehGuard, CppExceptionPassesThroughToTheCallersCatch)
     }
     EXPECT_EQ(caught, "through the guard");
 }
-

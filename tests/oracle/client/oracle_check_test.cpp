@@ -9,18 +9,18 @@
 using namespace specific::oracle;
 using oracle_client_test::CSimWorld;
 
-TEST(OracleCheck, SuccessWithInfoAndNoDataPassAsZeroOtherResultsAreUnexpectedNotOracleErrors)
+TEST(OracleCheck, ServerErrorsKeepCodeAndTextOtherFailuresAreUnexpectedAndInfoOrNoDataPass)
 {
     CSimWorld world("[instance ORCL]\n");
     COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
     COracleEnv& env = *holder.GetSession()->env;
     EXPECT_EQ(env.Check(oci::OCI_SUCCESS_WITH_INFO), 0);
     EXPECT_EQ(env.Check(oci::OCI_NO_DATA), 0);
-    const std::pair<oci::sword, std::string> cases[] = {
+    const std::pair<oci::sword, std::string> unexpected[] = {
         {oci::OCI_INVALID_HANDLE, "Unexpected Oracle error has occurred. Code: 4294967294"},
         {oci::OCI_NEED_DATA, "Unexpected Oracle error has occurred. Code: 99"},
     };
-    for (const auto& [status, text] : cases) {
+    for (const auto& [status, text] : unexpected) {
         std::string caught;
         try {
             try {
@@ -34,18 +34,12 @@ TEST(OracleCheck, SuccessWithInfoAndNoDataPassAsZeroOtherResultsAreUnexpectedNot
         EXPECT_EQ(caught, text);
         EXPECT_EQ(env.lastError, std::wstring(text.begin(), text.end()));
     }
-}
 
-TEST(OracleCheck, ServerErrorKeepsItsCodeAndTextAndAnIgnoredCodeIsReturned)
-{
-    CSimWorld world("[instance ORCL]\n");
-    COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
-    COracleEnv& env = *holder.GetSession()->env;
     auto statement = COracleHandle::Alloc(holder.GetSession()->env, oci::OCI_HTYPE_STMT);
     const auto prepare = [&] {
         return env.Ora().StmtPrepare(statement->As<oci::OCIStmt>(), env.ErrorHandle(), "");
     };
-    EXPECT_EQ(env.Check(prepare(), 24373), 24373);
+    EXPECT_EQ(env.Check(prepare(), 24373), 24373) << "an ignored code is returned";
     try {
         env.Check(prepare());
         FAIL() << "no exception";
@@ -54,20 +48,4 @@ TEST(OracleCheck, ServerErrorKeepsItsCodeAndTextAndAnIgnoredCodeIsReturned)
         EXPECT_EQ(std::string(e.what()), "Oracle error has occurred. ORA-24373: invalid length specified for statement\n");
     }
     EXPECT_EQ(env.lastError, L"ORA-24373: invalid length specified for statement\n");
-}
-
-TEST(OracleExceptions, TimeoutsAreOracleErrorsButSessionCreationIsNot)
-{
-    auto caughtAsOracle = [](const exc::exc_base_t& e) {
-        try {
-            e.clone()->rethrow();
-        } catch (const COracleExc&) {
-            return true;
-        } catch (const std::exception&) {
-        }
-        return false;
-    };
-    EXPECT_TRUE(caughtAsOracle(COracleInitTimeoutExc("a")));
-    EXPECT_TRUE(caughtAsOracle(COracleStatusQueryTimeoutExc("b")));
-    EXPECT_FALSE(caughtAsOracle(COracleSessionCreateExc("c")));
 }

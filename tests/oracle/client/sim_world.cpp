@@ -50,4 +50,16 @@ std::vector<std::string> CSimWorld::JournalAfter(const std::string& start) const
     throw std::runtime_error("no journal line " + start);
 }
 
+std::vector<std::string> CSimWorld::JournalStarting(const std::vector<std::string>& prefixes) const
+{
+    std::vector<std::string> found;
+    for (const std::string& line : Journal())
+        for (const std::string& prefix : prefixes)
+            if (line.compare(0, prefix.size(), prefix) == 0) {
+                found.push_back(line);
+                break;
+            }
+    return found;
+}
+
 } // namespace oracle_client_test

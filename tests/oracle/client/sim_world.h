@@ -20,7 +20,8 @@ public:
     std::vector<std::string> Journal() const;
     // The journal lines after the first one that begins with `line`.
     std::vector<std::string> JournalAfter(const std::string& line) const;
-    std::wstring Home() const { return folder_.path(); }
+    // The journal lines that begin with one of `prefixes`, in journal order.
+    std::vector<std::string> JournalStarting(const std::vector<std::string>& prefixes) const;
 
 private:
     test::temp_folder_t folder_;
