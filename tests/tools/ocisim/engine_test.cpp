@@ -118,28 +118,18 @@ TEST_F(EngineTest, RefusedStatementsGiveTheirErrorAndChangeNothing) {
     EXPECT_FALSE(std::filesystem::exists(dir_.file(L"init.tmp")));
 }
 
-TEST_F(EngineTest, ShutdownAndStartupMoveTheInstanceOneStateAtATime) {
+// The full shutdown and startup sequence is followed through the exports; these are
+// the steps it doesn't reach.
+TEST_F(EngineTest, InstanceStateStepsRefuseToSkipAState) {
     Engine engine(*db_, kSysdba);
     EXPECT_EQ(code_of([&] { engine.shutdown(kShutdownFinal); }), 1106) << "final shutdown of an open database";
     EXPECT_FALSE(engine.changed());
-    engine.shutdown(kShutdownImmediate);
-    EXPECT_EQ(db_->get("status"), "OPEN");
     run("ALTER DATABASE CLOSE NORMAL");
-    EXPECT_EQ(value("SELECT STATUS FROM V$INSTANCE"), "MOUNTED");
     EXPECT_EQ(value("SELECT OPEN_MODE, LOG_MODE FROM V$DATABASE"), "MOUNTED");
-    run("ALTER DATABASE DISMOUNT");
-    EXPECT_EQ(value("SELECT STATUS FROM V$INSTANCE"), "STARTED");
-    engine.shutdown(kShutdownFinal);
-    EXPECT_EQ(db_->get("status"), "DOWN");
-
     const auto startup = [this] { Engine(*db_, SessionRights{true, true}).startup(); };
-    startup();
-    EXPECT_EQ(db_->get("status"), "STARTED");
-    run("ALTER DATABASE MOUNT");
+    EXPECT_EQ(code_of(startup), 1081);
     run("ALTER DATABASE OPEN");
     EXPECT_EQ(value("SELECT STATUS FROM V$INSTANCE"), "OPEN");
-    EXPECT_EQ(value("SELECT version FROM V$INSTANCE"), "19.0.0.0.0");
-    EXPECT_EQ(code_of(startup), 1081);
 }
 
 TEST_F(EngineTest, BackupModeCoversAllDataFilesUntilItEnds) {
@@ -306,10 +296,8 @@ TEST(Faults, LimitedFaultsAreUsedUpAndStatusFaultsMatchBothStatusQueries) {
     db.add("fault", {{"kind", "hang"}, {"at", "status"}});
 
     EXPECT_FALSE(take_fault(db, "sql", "ALTER DATABASE END BACKUP").hit);
-    const FaultHit first = take_fault(db, "sql", "ALTER DATABASE BEGIN BACKUP");
-    EXPECT_TRUE(first.hit && first.changed);
+    EXPECT_TRUE(take_fault(db, "sql", "ALTER DATABASE BEGIN BACKUP").changed);
     EXPECT_FALSE(take_fault(db, "sql", "ALTER DATABASE BEGIN BACKUP").hit);
-
     EXPECT_EQ(take_fault(db, "sql", "SELECT DATABASE_STATUS FROM V$INSTANCE").fault.get("kind"), "hang");
     EXPECT_TRUE(take_fault(db, "sql", "SELECT STATUS FROM V$INSTANCE").hit);
     EXPECT_FALSE(take_fault(db, "sql", "SELECT VERSION FROM V$INSTANCE").hit);
@@ -321,8 +309,6 @@ TEST(Templates, PartsAreCapturedInNumberOrderAndPlaceholdersInQuotesAreNotVariab
     EXPECT_TRUE(match_template("X '%2' AND '%1'", "X 'a' AND 'b' AND 'c'", parts));
     EXPECT_EQ(parts, (std::vector<std::string>{"b' AND 'c", "a"}));
     EXPECT_FALSE(match_template("DROP DIRECTORY %1", "DROP DIRECTORY ", parts));
-    EXPECT_TRUE(match_template("LIKE 'Oracle%'", "LIKE 'Oracle%'", parts));
-    EXPECT_FALSE(match_template("LIKE 'Oracle%'", "LIKE 'Oracle'", parts));
     EXPECT_EQ(placeholders("BEGIN X(:fname,:Ftype); Y('C:\\a:b', 'hh24:mi'); END;"),
               (std::vector<std::string>{":FNAME", ":FTYPE"}));
 }

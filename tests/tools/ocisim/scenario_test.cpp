@@ -1,9 +1,9 @@
 #include "ocisim/scenario_builder.h"
+#include "support/temp_folder.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 
 namespace ocisim {
@@ -14,36 +14,17 @@ World parse(const std::string& text) {
     return parse_world(in, "scenario.txt");
 }
 
-std::string parse_error(const std::string& text) {
-    try {
-        parse(text);
-    } catch (const ScenarioError& e) {
-        return e.what();
-    }
-    return "(no error)";
-}
-
-TEST(Scenario, UnsetPropertiesGiveDefaultsAndNamesFollowTheSid) {
-    const World world = parse("[instance ORCL]\nlog_mode = NOARCHIVELOG\n");
+TEST(Scenario, UnsetPropertiesGiveDefaultsNamesFollowTheSidAndFieldsSplitAtTheFirstEquals) {
+    const World world = parse("[instance ORCL]\nlog_mode = NOARCHIVELOG\n"
+                              "parameter = name=local_listener | value=(ADDRESS=(HOST=db)(PORT=1521))\n"
+                              "[instance ORCL2]\nname = orcl\n");
     const Instance* orcl = world.find("orcl");
     ASSERT_NE(orcl, nullptr);
     EXPECT_EQ(orcl->get("log_mode"), "NOARCHIVELOG");
     EXPECT_EQ(orcl->get("status"), "OPEN");
-    EXPECT_EQ(orcl->get("name"), "ORCL");
     EXPECT_EQ(orcl->get("unique_name"), "ORCL");
-}
-
-TEST(Scenario, UniqueNameFollowsAnExplicitName) {
-    const World world = parse("[instance ORCL1]\nname = orcl\n");
-    EXPECT_EQ(world.find("ORCL1")->get("unique_name"), "orcl");
-}
-
-TEST(Scenario, RecordFieldsSplitAtTheFirstEqualsSign) {
-    const World world =
-        parse("[instance ORCL]\nparameter = name=local_listener | value=(ADDRESS=(HOST=db)(PORT=1521))\n");
-    const auto parameters = world.find("ORCL")->records("parameter");
-    ASSERT_EQ(parameters.size(), 1u);
-    EXPECT_EQ(parameters[0]->get("value"), "(ADDRESS=(HOST=db)(PORT=1521))");
+    EXPECT_EQ(orcl->records("parameter").at(0)->get("value"), "(ADDRESS=(HOST=db)(PORT=1521))");
+    EXPECT_EQ(world.find("ORCL2")->get("unique_name"), "orcl");
 }
 
 TEST(Scenario, ArchivedLogsListedByNameFormAConsistentChain) {
@@ -63,18 +44,25 @@ TEST(Scenario, ArchivedLogsListedByNameFormAConsistentChain) {
 }
 
 TEST(Scenario, MistakesAreReportedWithTheirLine) {
-    EXPECT_EQ(parse_error("[instance ORCL]\n\nlogmode = ARCHIVELOG\n"),
-              "scenario.txt:3: unknown instance property 'logmode'");
-    EXPECT_EQ(parse_error("[instance ORCL]\ndatafile = bytes=10\n"),
-              "scenario.txt:2: datafile needs a value for 'name'");
-    EXPECT_EQ(parse_error("[instance ORCL]\ndatafile = name=a | size=10\n"),
-              "scenario.txt:2: datafile has no field 'size'");
-    EXPECT_EQ(parse_error("[instance ORCL]\ncurrent_scn = lots\n"),
-              "scenario.txt:2: instance property 'current_scn' is not an integer: 'lots'");
-    EXPECT_EQ(parse_error("[instance ORCL]\narchived_log = name=a | first_time=2024/04/31 00:00:00\n"),
-              "scenario.txt:2: archived_log field 'first_time' is not 'yyyy/mm/dd hh:mi:ss': '2024/04/31 00:00:00'");
-    EXPECT_EQ(parse_error("status = OPEN\n"), "scenario.txt:1: 'key = value' before the first [instance SID]");
-    EXPECT_EQ(parse_error("[instance ORCL]\n[instance orcl]\n"), "scenario.txt:2: instance 'orcl' is defined twice");
+    const std::pair<const char*, const char*> cases[] = {
+        {"[instance ORCL]\n\nlogmode = ARCHIVELOG\n", "scenario.txt:3: unknown instance property 'logmode'"},
+        {"[instance ORCL]\ndatafile = bytes=10\n", "scenario.txt:2: datafile needs a value for 'name'"},
+        {"[instance ORCL]\ndatafile = name=a | size=10\n", "scenario.txt:2: datafile has no field 'size'"},
+        {"[instance ORCL]\ncurrent_scn = lots\n",
+         "scenario.txt:2: instance property 'current_scn' is not an integer: 'lots'"},
+        {"[instance ORCL]\narchived_log = name=a | first_time=2024/04/31 00:00:00\n",
+         "scenario.txt:2: archived_log field 'first_time' is not 'yyyy/mm/dd hh:mi:ss': '2024/04/31 00:00:00'"},
+        {"status = OPEN\n", "scenario.txt:1: 'key = value' before the first [instance SID]"},
+        {"[instance ORCL]\n[instance orcl]\n", "scenario.txt:2: instance 'orcl' is defined twice"},
+    };
+    for (const auto& [text, message] : cases) {
+        try {
+            parse(text);
+            ADD_FAILURE() << "accepted: " << text;
+        } catch (const ScenarioError& e) {
+            EXPECT_STREQ(e.what(), message);
+        }
+    }
 }
 
 TEST(Scenario, WrittenWorldReadsBackTheSame) {
@@ -92,45 +80,33 @@ TEST(Scenario, WrittenWorldReadsBackTheSame) {
     EXPECT_EQ(second.str(), first.str());
 }
 
-class ScenarioFiles : public ::testing::Test {
-protected:
-    void SetUp() override {
-        dir_ = std::filesystem::temp_directory_path() / "ocisim_scenario_test";
-        std::filesystem::remove_all(dir_);
-        std::filesystem::create_directories(dir_);
-        scenario_ = (dir_ / "scenario.txt").u8string();
-    }
-    void TearDown() override { std::filesystem::remove_all(dir_); }
-
-    std::filesystem::path dir_;
-    std::string scenario_;
-};
-
-TEST_F(ScenarioFiles, StateFileWinsOverTheScenarioUntilANewScenarioIsWritten) {
+TEST(Scenario, StateFileWinsOverTheScenarioUntilANewScenarioIsWritten) {
+    const test::temp_folder_t dir;
+    const std::string scenario = dir.file_utf8("scenario.txt");
     World world;
     world.add_instance("ORCL");
-    write_scenario(scenario_, world);
-    EXPECT_EQ(read_state(scenario_).find("ORCL")->get("status"), "OPEN");
-
-    World changed = read_state(scenario_);
+    write_scenario(scenario, world);
+    World changed = read_state(scenario);
     changed.find("ORCL")->set("status", "MOUNTED");
-    write_state(scenario_, changed);
-    EXPECT_EQ(read_state(scenario_).find("ORCL")->get("status"), "MOUNTED");
+    write_state(scenario, changed);
+    EXPECT_EQ(read_state(scenario).find("ORCL")->get("status"), "MOUNTED");
 
-    write_scenario(scenario_, world);
-    EXPECT_FALSE(std::filesystem::exists(state_path_for(scenario_)));
-    EXPECT_EQ(read_state(scenario_).find("ORCL")->get("status"), "OPEN");
+    write_scenario(scenario, world);
+    EXPECT_FALSE(std::filesystem::exists(state_path_for(scenario)));
+    EXPECT_EQ(read_state(scenario).find("ORCL")->get("status"), "OPEN");
 }
 
-TEST_F(ScenarioFiles, LogFilesAreCreatedWithTheirListedSize) {
+TEST(Scenario, LogFilesAreCreatedWithTheirListedSizeUnlessDeletedOrOnAsm) {
+    const test::temp_folder_t dir;
     World world;
-    Instance& db = add_typical_database(world, "ORCL", (dir_ / "db").u8string());
+    Instance& db = add_typical_database(world, "ORCL", dir.file_utf8("db"));
     db.add("archived_log", {{"name", "+FRA/ORCL/ARCH/4.ARC"}});
     db.records("archived_log")[0]->set("status", "D");
     create_log_files(db);
     const auto logs = db.records("archived_log");
     EXPECT_FALSE(std::filesystem::exists(std::filesystem::u8path(logs[0]->get("name"))));
     EXPECT_EQ(std::filesystem::file_size(std::filesystem::u8path(logs[1]->get("name"))), 1024u);
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::u8path(logs[3]->get("name"))));
 }
 
 TEST(Journal, ControlCharactersAreEscapedAndBackslashesKept) {
