@@ -43,9 +43,12 @@ HRESULT RunFrame(const char* literal, wchar_t** errorText, Body body)
     }
 }
 
-SOracleCredentials NarrowCredentials(const std::wstring& login, const std::wstring& password)
+// Copies the database login and password and narrows them for the client.
+SOracleCredentials CopyCredentials(const wchar_t* login, const wchar_t* password)
 {
-    return SOracleCredentials{util::wide_to_ansi(login), util::wide_to_ansi(password)};
+    const std::wstring passwordCopy(password);
+    const std::wstring loginCopy(login);
+    return SOracleCredentials{util::wide_to_ansi(loginCopy), util::wide_to_ansi(passwordCopy)};
 }
 
 } // namespace
@@ -111,9 +114,7 @@ HRESULT OracleExploreInstances(bool exploreFlag, const wchar_t* login, const wch
 {
     return RunFrame("Failed to explore oracle instances.", errorText, [&] {
         const std::wstring configCopy(exploreDbConfigXml);
-        const std::wstring passwordCopy(password);
-        const std::wstring loginCopy(login);
-        const SOracleCredentials credentials = NarrowCredentials(loginCopy, passwordCopy);
+        const SOracleCredentials credentials = CopyCredentials(login, password);
         const std::wstring text =
             COracleManager::Instance().ExploreInstances(exploreFlag, credentials, configCopy);
         *result = CopyToHeap(text);
@@ -125,15 +126,10 @@ HRESULT OracleBackupLogs(const wchar_t* homePath, const wchar_t* sid, const wcha
                          wchar_t** result, wchar_t** errorText)
 {
     return RunFrame("Failed to backup oracle logs.", errorText, [&] {
-        const std::wstring passwordCopy(password);
-        const std::wstring loginCopy(login);
-        const std::wstring lastRecIdCopy(lastRecId);
-        const std::wstring usnCopy(usn);
-        const std::wstring sidCopy(sid);
-        const std::wstring homePathCopy(homePath);
-        const SOracleCredentials credentials = NarrowCredentials(loginCopy, passwordCopy);
+        const SOracleCredentials credentials = CopyCredentials(login, password);
         const std::wstring text = COracleManager::Instance().BackupLogs(
-            homePathCopy, sidCopy, usnCopy, lastRecIdCopy, credentials);
+            std::wstring(homePath), std::wstring(sid), std::wstring(usn), std::wstring(lastRecId),
+            credentials);
         *result = CopyToHeap(text);
     });
 }
@@ -154,15 +150,10 @@ HRESULT OraclePrepareDbsForBackup(const wchar_t* dbsXml, const wchar_t* exploreD
     return RunFrame("Failed to prepare dbs for backup", errorText, [&] {
         // The operating system account stays wide: it is kept for the restore, not
         // handed to Oracle.
-        const std::wstring osPasswordCopy(osPassword);
-        const std::wstring osLoginCopy(osLogin);
-        const std::wstring passwordCopy(password);
-        const std::wstring loginCopy(login);
-        const std::wstring configCopy(exploreDbConfigXml);
-        const std::wstring dbsCopy(dbsXml);
-        const SOracleCredentials credentials = NarrowCredentials(loginCopy, passwordCopy);
+        const SOracleCredentials credentials = CopyCredentials(login, password);
         const std::wstring text = COracleManager::Instance().PrepareDbsForBackup(
-            dbsCopy, configCopy, credentials, osLoginCopy, osPasswordCopy);
+            std::wstring(dbsXml), std::wstring(exploreDbConfigXml), credentials,
+            std::wstring(osLogin), std::wstring(osPassword));
         *result = CopyToHeap(text);
     });
 }
@@ -171,11 +162,8 @@ HRESULT OracleFinishDbsBackup(const wchar_t* dbsXml, const wchar_t* login, const
                               wchar_t** errorText)
 {
     return RunFrame("Failed to finish dbs backup", errorText, [&] {
-        const std::wstring passwordCopy(password);
-        const std::wstring loginCopy(login);
-        const std::wstring dbsCopy(dbsXml);
-        const SOracleCredentials credentials = NarrowCredentials(loginCopy, passwordCopy);
-        COracleManager::Instance().FinishDbsBackup(dbsCopy, credentials);
+        const SOracleCredentials credentials = CopyCredentials(login, password);
+        COracleManager::Instance().FinishDbsBackup(std::wstring(dbsXml), credentials);
     });
 }
 
@@ -183,12 +171,9 @@ HRESULT OracleDeleteLogsByTime(const wchar_t* homePath, const wchar_t* sid, int3
                                const wchar_t* login, const wchar_t* password, wchar_t** errorText)
 {
     return RunFrame("Failed to delete oracle logs by time", errorText, [&] {
-        const std::wstring passwordCopy(password);
-        const std::wstring loginCopy(login);
-        const std::wstring sidCopy(sid);
-        const std::wstring homePathCopy(homePath);
-        const SOracleCredentials credentials = NarrowCredentials(loginCopy, passwordCopy);
-        COracleManager::Instance().DeleteLogsByTime(homePathCopy, sidCopy, minutes, credentials);
+        const SOracleCredentials credentials = CopyCredentials(login, password);
+        COracleManager::Instance().DeleteLogsByTime(std::wstring(homePath), std::wstring(sid),
+                                                    minutes, credentials);
     });
 }
 
@@ -196,12 +181,9 @@ HRESULT OracleDeleteLogsBySize(const wchar_t* homePath, const wchar_t* sid, uint
                                const wchar_t* login, const wchar_t* password, wchar_t** errorText)
 {
     return RunFrame("Failed to delete oracle logs by size", errorText, [&] {
-        const std::wstring passwordCopy(password);
-        const std::wstring loginCopy(login);
-        const std::wstring sidCopy(sid);
-        const std::wstring homePathCopy(homePath);
-        const SOracleCredentials credentials = NarrowCredentials(loginCopy, passwordCopy);
-        COracleManager::Instance().DeleteLogsBySize(homePathCopy, sidCopy, sizeLimit, credentials);
+        const SOracleCredentials credentials = CopyCredentials(login, password);
+        COracleManager::Instance().DeleteLogsBySize(std::wstring(homePath), std::wstring(sid),
+                                                    sizeLimit, credentials);
     });
 }
 

@@ -3,6 +3,9 @@
 #include <windows.h>
 #include <shlobj.h>
 
+#include <string>
+#include <utility>
+
 #include "common/exc/exc.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
@@ -102,21 +105,25 @@ const COracleConfig& COracleConfig::Instance()
 
 void COracleConfig::Log() const
 {
+    const std::pair<const char*, std::string> lines[] = {
+        {"ConnectionTimeoutSec: %1", util::int_to_str(connectionTimeoutSec)},
+        {"OracleRestoreWaitInSec: %1", util::int_to_str(restoreWaitInSec)},
+        {"OracleAgentTtlSec: %1", util::int_to_str(agentTtlSec)},
+        {"WaitDbStartedAttemptCount: %1", util::int_to_str(waitDbStartedAttemptCount)},
+        {"CheckAsmLogFileExistence: %1", util::bool_to_str(checkAsmLogFileExistence)},
+        {"SupportOracle10: %1", util::bool_to_str(supportOracle10)},
+        {"OracleStageLogsBeforeBackup: %1", util::bool_to_str(stageLogsBeforeBackup)},
+        {"DisableOracleProcessing: %1", util::bool_to_str(disableOracleProcessing)},
+        {"DetectAsmInstancesByQuery: %1", util::bool_to_str(detectAsmInstancesByQuery)},
+        {"UseAutostartOption: %1", util::bool_to_str(useAutostartOption)},
+        {"OracleSkipNoArchiveLogDB: %1", util::bool_to_str(skipNoArchiveLogDb)},
+        {"OracleTempLogPath: %1", util::wide_to_ansi_safe(tempLogPath)},
+        {"DeleteOracleAbsentLogFiles: %1", util::bool_to_str(deleteAbsentLogFiles)},
+    };
     const logging::log_channel_t& log = logging::oralib();
     log.info("Oracle agent config:");
-    log.info("ConnectionTimeoutSec: %1", util::int_to_str(connectionTimeoutSec));
-    log.info("OracleRestoreWaitInSec: %1", util::int_to_str(restoreWaitInSec));
-    log.info("OracleAgentTtlSec: %1", util::int_to_str(agentTtlSec));
-    log.info("WaitDbStartedAttemptCount: %1", util::int_to_str(waitDbStartedAttemptCount));
-    log.info("CheckAsmLogFileExistence: %1", util::bool_to_str(checkAsmLogFileExistence));
-    log.info("SupportOracle10: %1", util::bool_to_str(supportOracle10));
-    log.info("OracleStageLogsBeforeBackup: %1", util::bool_to_str(stageLogsBeforeBackup));
-    log.info("DisableOracleProcessing: %1", util::bool_to_str(disableOracleProcessing));
-    log.info("DetectAsmInstancesByQuery: %1", util::bool_to_str(detectAsmInstancesByQuery));
-    log.info("UseAutostartOption: %1", util::bool_to_str(useAutostartOption));
-    log.info("OracleSkipNoArchiveLogDB: %1", util::bool_to_str(skipNoArchiveLogDb));
-    log.info("OracleTempLogPath: %1", util::wide_to_ansi_safe(tempLogPath));
-    log.info("DeleteOracleAbsentLogFiles: %1", util::bool_to_str(deleteAbsentLogFiles));
+    for (const auto& [format, value] : lines)
+        log.info(format, value);
     log.info("=======================");
 }
 
