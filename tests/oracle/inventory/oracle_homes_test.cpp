@@ -9,6 +9,7 @@
 #include "common/exc/exc.h"
 #include "common/strings/strings.h"
 #include "support/capturing_receiver.h"
+#include "support/failure_lines.h"
 #include "support/registry_sandbox.h"
 
 namespace {
@@ -59,47 +60,27 @@ bool HasLine(const std::vector<std::string>& lines, const std::string& text)
     });
 }
 
-TEST_F(OracleHomesTest, MachineWithoutOracleSoftwareHasNoInstances)
+TEST_F(OracleHomesTest, ServicesRunningTheHomesExecutableAreItsInstancesNamedByTheirImagePaths)
 {
-    EXPECT_TRUE(Find().empty());
-}
-
-TEST_F(OracleHomesTest, ServiceRunningTheHomesExecutableBecomesAnInstanceOfThatHome)
-{
-    AddHome(kHomeKey, kHome, L"OraDB19Home1");
-    AddService(L"OracleServiceORCL", kHome + L"\\bin\\ORACLE.EXE ORCL");
-    AddService(L"OracleOraDB19Home1TNSListener", kHome + L"\\bin\\TNSLSNR.EXE");
-    testing_support::log_capture_t capture;
-
-    const std::vector<SOracleSid> found = Find();
-
-    ASSERT_EQ(found.size(), 1u);
-    EXPECT_EQ(found[0].sid, L"ORCL");
-    EXPECT_EQ(found[0].homePath, kHome);
-    EXPECT_EQ(found[0].homeName, L"OraDB19Home1");
-    EXPECT_FALSE(found[0].isAsm);
-    EXPECT_TRUE(found[0].isAutostart);
-    EXPECT_TRUE(HasLine(capture.texts(),
-                        "Found oracle instance: ORCL. Is ASM: false, is autostart: true"));
-}
-
-TEST_F(OracleHomesTest, DatabaseAndAsmServicesOfOneHomeGiveTwoInstancesNamedByTheirImagePaths)
-{
+    EXPECT_TRUE(Find().empty()) << "no Oracle software";
     AddHome(kHomeKey, kHome, L"OraDB19Home1");
     AddService(L"OracleASMService+ASM", kHome + L"\\bin\\oracle.exe +asm");
-    AddService(L"OracleServiceOTHERNAME", kHome + L"\\bin\\oracle.exe orcl");
+    AddService(L"OracleOraDB19Home1TNSListener", kHome + L"\\bin\\TNSLSNR.EXE");
+    AddService(L"OracleServiceOTHERNAME", kHome + L"\\bin\\ORACLE.EXE orcl");
+    AddService(L"OracleServiceTEST", kHome + L"\\bin\\oracle.exe TEST");
+    testing_support::log_capture_t capture;
 
-    const std::vector<SOracleSid> found = Find();
+    const std::vector<SOracleSid> found = Find({L"TES", L"tEST"});
 
+    EXPECT_EQ(SidsOf(found), (std::vector<std::wstring>{L"+asm", L"orcl"}));
     ASSERT_EQ(found.size(), 2u);
-    const auto asm_ = std::find_if(found.begin(), found.end(),
-                                   [](const SOracleSid& sid) { return sid.isAsm; });
-    const auto db = std::find_if(found.begin(), found.end(),
-                                 [](const SOracleSid& sid) { return !sid.isAsm; });
-    ASSERT_NE(asm_, found.end());
-    ASSERT_NE(db, found.end());
-    EXPECT_EQ(asm_->sid, L"+asm");
-    EXPECT_EQ(db->sid, L"orcl");
+    EXPECT_TRUE(found[0].isAsm);
+    EXPECT_FALSE(found[1].isAsm);
+    EXPECT_EQ(found[1].homePath, kHome);
+    EXPECT_EQ(found[1].homeName, L"OraDB19Home1");
+    EXPECT_TRUE(found[1].isAutostart);
+    EXPECT_TRUE(HasLine(capture.texts(), "Found oracle instance: orcl. Is ASM: false, is autostart: true"));
+    EXPECT_TRUE(HasLine(capture.texts(), "Database with sid [TEST] excluded from processing"));
 }
 
 TEST_F(OracleHomesTest, InstancesFollowHomeOrderThenServiceOrderAndRepeatForADuplicatedHome)
@@ -114,18 +95,18 @@ TEST_F(OracleHomesTest, InstancesFollowHomeOrderThenServiceOrderAndRepeatForADup
 
     const std::vector<SOracleSid> found = Find();
 
-    EXPECT_EQ(SidsOf(found),
-              (std::vector<std::wstring>{L"DB2", L"DB3", L"DB1", L"DB2", L"DB3"}));
+    EXPECT_EQ(SidsOf(found), (std::vector<std::wstring>{L"DB2", L"DB3", L"DB1", L"DB2", L"DB3"}));
     ASSERT_EQ(found.size(), 5u);
     EXPECT_EQ(found[0].homeName, L"A");
     EXPECT_EQ(found[2].homeName, L"B");
     EXPECT_EQ(found[4].homeName, L"C");
 }
 
-TEST_F(OracleHomesTest, PathsAreComparedLiterallyWithoutAnyNormalisation)
+TEST_F(OracleHomesTest, ImagePathsAreCutAtTheirFirstBlankAndComparedLiterally)
 {
     // A blank in the home cuts the image path; quotes stay; a trailing
-    // backslash doubles; an expandable home path is not expanded.
+    // backslash doubles; an expandable home path is not expanded. An image
+    // path without a blank is also the SID; the rest after the first blank is.
     const std::wstring blank = L"C:\\Program Files\\Oracle\\db";
     AddHome(L"SOFTWARE\\ORACLE\\KEY_Blank", blank, L"Blank");
     AddService(L"OracleServiceBLANK", blank + L"\\bin\\oracle.exe BLANK");
@@ -135,24 +116,15 @@ TEST_F(OracleHomesTest, PathsAreComparedLiterallyWithoutAnyNormalisation)
     const std::wstring slash = L"C:\\oracle\\slash\\";
     AddHome(L"SOFTWARE\\ORACLE\\KEY_Slash", slash, L"Slash");
     AddService(L"OracleServiceSLASH", slash + L"bin\\oracle.exe SLASH");
-    sandbox.set_string(L"SOFTWARE\\ORACLE\\KEY_Expand", L"ORACLE_HOME", L"%SystemDrive%\\ora",
-                       REG_EXPAND_SZ);
+    sandbox.set_string(L"SOFTWARE\\ORACLE\\KEY_Expand", L"ORACLE_HOME", L"%SystemDrive%\\ora", REG_EXPAND_SZ);
     AddService(L"OracleServiceEXPANDED", L"C:\\ora\\bin\\oracle.exe EXPANDED");
     AddService(L"OracleServiceVERBATIM", L"%SYSTEMDRIVE%\\ORA\\bin\\oracle.exe VERBATIM");
-
-    const std::vector<SOracleSid> found = Find();
-
-    EXPECT_EQ(SidsOf(found), std::vector<std::wstring>{L"VERBATIM"});
-}
-
-TEST_F(OracleHomesTest, ImagePathIsCutAtItsFirstBlankAndWithoutOneIsAlsoTheSid)
-{
     AddHome(kHomeKey, kHome, L"OraDB19Home1");
     AddService(L"OracleServiceNOARG", kHome + L"\\bin\\oracle.exe");
     AddService(L"OracleServiceTWO", kHome + L"\\bin\\oracle.exe TWO  WORDS");
 
     EXPECT_EQ(SidsOf(Find()),
-              (std::vector<std::wstring>{kHome + L"\\bin\\oracle.exe", L"TWO  WORDS"}));
+              (std::vector<std::wstring>{L"VERBATIM", kHome + L"\\bin\\oracle.exe", L"TWO  WORDS"}));
 }
 
 TEST_F(OracleHomesTest, ValuesThatDontFitOrAreMalformedReadAsEmptyAndTheHomeStays)
@@ -170,8 +142,7 @@ TEST_F(OracleHomesTest, ValuesThatDontFitOrAreMalformedReadAsEmptyAndTheHomeStay
     const std::wstring odd(L"Odd\0\0", 5);
     HKEY key = nullptr;
     ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, kHomeKey.c_str(), 0, KEY_SET_VALUE, &key), 0);
-    ASSERT_EQ(RegSetValueExW(key, L"ORACLE_HOME_NAME", 0, REG_SZ,
-                             reinterpret_cast<const BYTE*>(odd.data()),
+    ASSERT_EQ(RegSetValueExW(key, L"ORACLE_HOME_NAME", 0, REG_SZ, reinterpret_cast<const BYTE*>(odd.data()),
                              static_cast<DWORD>(odd.size() * sizeof(wchar_t) - 1)),
               0);
     RegCloseKey(key);
@@ -188,15 +159,31 @@ TEST_F(OracleHomesTest, ValuesThatDontFitOrAreMalformedReadAsEmptyAndTheHomeStay
     EXPECT_EQ(orcl.homeName, L"");
 }
 
-TEST_F(OracleHomesTest, FirstAutostartValueOfTheHomeDecidesForAllItsInstances)
+TEST_F(OracleHomesTest, FirstOraSidAutostartStringOfTheHomeDecidesForAllItsInstancesWithZeroAsFalse)
 {
     AddHome(kHomeKey, kHome, L"OraDB19Home1");
     AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
     AddService(L"OracleServiceTEST", kHome + L"\\bin\\oracle.exe TEST");
-    sandbox.set_string(kHomeKey, L"ORA_UNRELATED_AUTOSTART", L"TRUE");
-    sandbox.set_string(kHomeKey, L"ORA_ORCL_AUTOSTART", L"FALSE");
+    // Not of the shape: another type, a suffix, a prefix.
+    sandbox.set_dword(kHomeKey, L"ORA_A_AUTOSTART", 0);
+    sandbox.set_string(kHomeKey, L"ORA_B_AUTOSTART_OLD", L"false");
+    sandbox.set_string(kHomeKey, L"ORA_C_AUTOSTART_X_AUTOSTART", L"false");
+    sandbox.set_string(kHomeKey, L"XORA_D_AUTOSTART", L"false");
+    const std::vector<std::pair<std::wstring, bool>> cases = {
+        {L"FALSE", false}, {L"False", false}, {L"0", false}, {L"TRUE", true},
+        {L"no", true},     {L"", true},       {L"1", true},
+    };
+    for (const auto& [text, autostart] : cases) {
+        sandbox.set_string(kHomeKey, L"ora_unrelated_autostart", text);
+        const std::vector<SOracleSid> found = Find({}, true);
+        ASSERT_EQ(found.size(), 2u);
+        EXPECT_EQ(found[0].isAutostart, autostart) << "value \"" << util::wide_to_utf8(text) << "\"";
+        EXPECT_EQ(found[1].isAutostart, autostart) << "value \"" << util::wide_to_utf8(text) << "\"";
+    }
+    EXPECT_TRUE(Find({}, false)[0].isAutostart) << "the option is off";
 
     // "First" is the registry's own enumeration order.
+    sandbox.set_string(kHomeKey, L"ORA_ORCL_AUTOSTART", L"FALSE");
     HKEY key = nullptr;
     ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, kHomeKey.c_str(), 0, KEY_READ, &key), 0);
     bool expected = true;
@@ -206,66 +193,16 @@ TEST_F(OracleHomesTest, FirstAutostartValueOfTheHomeDecidesForAllItsInstances)
         if (RegEnumValueW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr) != 0)
             break;
         const std::wstring text(name, length);
-        if (text == L"ORA_UNRELATED_AUTOSTART" || text == L"ORA_ORCL_AUTOSTART") {
-            expected = text == L"ORA_UNRELATED_AUTOSTART";
+        if (text == L"ora_unrelated_autostart" || text == L"ORA_ORCL_AUTOSTART") {
+            expected = text == L"ora_unrelated_autostart";
             break;
         }
     }
     RegCloseKey(key);
-
     const std::vector<SOracleSid> found = Find({}, true);
-
     ASSERT_EQ(found.size(), 2u);
     EXPECT_EQ(found[0].isAutostart, expected);
     EXPECT_EQ(found[1].isAutostart, expected);
-    EXPECT_TRUE(Find({}, false)[0].isAutostart) << "the option is off";
-}
-
-TEST_F(OracleHomesTest, AutostartTextsAreReadAsBooleansWithZeroAsTheOnlyOtherFalse)
-{
-    AddHome(kHomeKey, kHome, L"OraDB19Home1");
-    AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
-    const std::vector<std::pair<std::wstring, bool>> cases = {
-        {L"FALSE", false}, {L"False", false}, {L"0", false}, {L"TRUE", true},
-        {L"no", true},     {L"", true},       {L"1", true},
-    };
-    for (const auto& entry : cases) {
-        sandbox.set_string(kHomeKey, L"ORA_ORCL_AUTOSTART", entry.first);
-        const std::vector<SOracleSid> found = Find({}, true);
-        ASSERT_EQ(found.size(), 1u);
-        EXPECT_EQ(found[0].isAutostart, entry.second)
-            << "value \"" << util::wide_to_utf8(entry.first) << "\"";
-    }
-}
-
-TEST_F(OracleHomesTest, OnlyStringValuesShapedOraSidAutostartCount)
-{
-    AddHome(kHomeKey, kHome, L"OraDB19Home1");
-    AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
-    sandbox.set_dword(kHomeKey, L"ORA_A_AUTOSTART", 0);
-    sandbox.set_string(kHomeKey, L"ORA_B_AUTOSTART_OLD", L"false");
-    sandbox.set_string(kHomeKey, L"ORA_C_AUTOSTART_X_AUTOSTART", L"false");
-    sandbox.set_string(kHomeKey, L"XORA_D_AUTOSTART", L"false");
-
-    EXPECT_TRUE(Find({}, true)[0].isAutostart);
-
-    sandbox.set_string(kHomeKey, L"ora_e_autostart", L"false");
-    EXPECT_FALSE(Find({}, true)[0].isAutostart);
-}
-
-TEST_F(OracleHomesTest, ExcludedSidIsDroppedWhateverItsCaseAndTheOthersStay)
-{
-    AddHome(kHomeKey, kHome, L"OraDB19Home1");
-    AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe Orcl");
-    AddService(L"OracleServiceTEST", kHome + L"\\bin\\oracle.exe TEST");
-    testing_support::log_capture_t capture;
-
-    const std::vector<SOracleSid> found = Find({L"ORC", L"oRCL"});
-
-    EXPECT_EQ(SidsOf(found), std::vector<std::wstring>{L"TEST"});
-    EXPECT_TRUE(HasLine(capture.texts(),
-                        "Found oracle instance: Orcl. Is ASM: false, is autostart: true"));
-    EXPECT_TRUE(HasLine(capture.texts(), "Database with sid [Orcl] excluded from processing"));
 }
 
 TEST_F(OracleHomesTest, SubkeyNameLongerThanTheBufferFailsTheWholeDiscovery)
@@ -274,18 +211,15 @@ TEST_F(OracleHomesTest, SubkeyNameLongerThanTheBufferFailsTheWholeDiscovery)
     AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
     sandbox.create_key(kServices + std::wstring(255, L'S'));
 
-    try {
-        Find();
-        FAIL() << "a subkey name of 255 characters must not fit";
-    } catch (const exc::win_sys_exc_t& caught) {
-        const std::string text = caught.what();
-        EXPECT_NE(text.find("Failed to enum oracle home reg key"), std::string::npos) << text;
-        const std::string tail = "--tr:COracleHomes: failed to enum reg subkeys.\n"
-                                 "--tr:COracleHomes: failed to find oracle services.\n"
-                                 "--tr:Failed to create oracle homes.";
-        ASSERT_GE(text.size(), tail.size());
-        EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
-    }
+    const std::vector<std::string> lines = test::failure_lines([&] { Find(); });
+    ASSERT_GE(lines.size(), 4u);
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end() - 3, [](const std::string& line) {
+        return line.find("Failed to enum oracle home reg key") != std::string::npos;
+    }));
+    EXPECT_EQ(std::vector<std::string>(lines.end() - 3, lines.end()),
+              (std::vector<std::string>{"COracleHomes: failed to enum reg subkeys.",
+                                        "COracleHomes: failed to find oracle services.",
+                                        "Failed to create oracle homes."}));
 }
 
 } // namespace

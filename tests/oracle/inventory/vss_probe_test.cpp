@@ -6,11 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "boundary/oracle_config.h"
+#include "common/strings/strings.h"
 #include "oracle/inventory/vss_gate.h"
 #include "sim_machine.h"
 #include "support/capturing_receiver.h"
-#include "support/registry_sandbox.h"
 #include "support/service_sandbox.h"
 #include "support/short_timeout.h"
 
@@ -18,6 +17,7 @@ namespace {
 
 using inventory_test::CSimMachine;
 using specific::oracle::CheckDbActiveForVss;
+using specific::oracle::IsVssWriterServiceEnabled;
 using specific::oracle::VssGate;
 
 testing::Environment* const g_environment =
@@ -31,78 +31,84 @@ bool HasLineEndingWith(const std::vector<std::string>& lines, const std::string&
     });
 }
 
-// Whether one of the three catches of the check has spoken.
-bool CheckCaughtSomething(const std::vector<std::string>& lines)
+// Unique per test process: writer services live in the one service manager of
+// the Wine prefix.
+std::string Sid(const std::string& stem)
 {
-    return std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
-        return line.find("Failed to check if oracle db is active") != std::string::npos ||
-               line.find(": timeout. Sid:") != std::string::npos;
-    });
+    return util::wide_to_utf8(test::unique_sid(util::utf8_to_wide(stem)));
 }
 
-class DbActiveCheck : public testing::Test {
-protected:
-    bool Check(const std::string& sid)
-    {
-        return CheckDbActiveForVss(std::wstring(sid.begin(), sid.end()), machine.HomePath());
-    }
+std::wstring Writer(const std::string& sid)
+{
+    return L"OracleVssWriter" + util::utf8_to_wide(sid);
+}
 
+TEST(DbActiveCheck, OnlyAnOpenInactiveDatabaseOrAHangCountsAgainstItAndARefusedLogonDoesNot)
+{
     CSimMachine machine;
-};
-
-TEST_F(DbActiveCheck, OnlyAnOpenDatabaseThatIsNotActiveCountsAgainstItWithoutAWarning)
-{
-    machine.AddInstance("ORCL", "status = OPEN");
-    machine.AddInstance("DOWN", "status = DOWN");
-    machine.AddInstance("SUSP", "database_status = SUSPENDED");
+    const std::pair<std::string, std::string> instances[] = {
+        {"ORCL", "status = OPEN"},
+        {"DOWN", "status = DOWN"},
+        {"SUSP", "database_status = SUSPENDED"},
+        {"NOLOGON", "os_sysdba = no\nos_user = no"},
+        {"HANG", "fault = kind=hang | at=session_begin"},
+        {"SLOW", "fault = kind=hang | at=status"},
+    };
+    for (const auto& [sid, properties] : instances)
+        machine.AddInstance(sid, properties);
     testing_support::log_capture_t capture;
+    const auto check = [&](const std::string& sid) {
+        return CheckDbActiveForVss(util::utf8_to_wide(sid), machine.HomePath());
+    };
 
-    EXPECT_TRUE(Check("ORCL"));
-    EXPECT_TRUE(Check("DOWN"));
-    EXPECT_FALSE(Check("SUSP"));
-    EXPECT_FALSE(CheckCaughtSomething(capture.texts()));
-}
-
-TEST_F(DbActiveCheck, RefusedLogonIsAPlainErrorThatDoesNotCountAgainstTheDatabase)
-{
-    machine.AddInstance("NOLOGON", "os_sysdba = no\nos_user = no");
-    testing_support::log_capture_t capture;
-
-    EXPECT_TRUE(Check("NOLOGON"));
-    EXPECT_TRUE(HasLineEndingWith(capture.texts(),
-                                  "WARN|Failed to check if oracle db is active, sid: NOLOGON"));
-}
-
-TEST_F(DbActiveCheck, LogonOrStatusQueryThatHangsPastTheTimeoutCountsAgainstTheDatabase)
-{
-    machine.AddInstance("HANG", "fault = kind=hang | at=session_begin");
-    machine.AddInstance("SLOW", "fault = kind=hang | at=status");
-    testing_support::log_capture_t capture;
-
-    EXPECT_FALSE(Check("HANG"));
-    EXPECT_FALSE(Check("SLOW"));
+    EXPECT_TRUE(check("ORCL"));
+    EXPECT_TRUE(check("DOWN"));
+    EXPECT_FALSE(check("SUSP"));
+    // None of the three catches of the check has spoken so far.
+    const std::string quiet = capture.receiver->all();
+    EXPECT_EQ(quiet.find("Failed to check if oracle db is active"), std::string::npos);
+    EXPECT_EQ(quiet.find(": timeout. Sid:"), std::string::npos);
+    EXPECT_TRUE(check("NOLOGON"));
+    EXPECT_FALSE(check("HANG"));
+    EXPECT_FALSE(check("SLOW"));
     const std::vector<std::string> lines = capture.texts();
+    EXPECT_TRUE(HasLineEndingWith(lines, "WARN|Failed to check if oracle db is active, sid: NOLOGON"));
     EXPECT_TRUE(HasLineEndingWith(lines, "WARN|Failed create oracle session: timeout. Sid: HANG"));
-    EXPECT_TRUE(
-        HasLineEndingWith(lines, "WARN|Failed query oracle database status: timeout. Sid: SLOW"));
+    EXPECT_TRUE(HasLineEndingWith(lines, "WARN|Failed query oracle database status: timeout. Sid: SLOW"));
+}
+
+TEST(VssWriterService, OnlyARunningOrStartingWriterCountsAndAMissingOneIsAWarning)
+{
+    const std::string sid = Sid("W");
+    const std::string service = util::wide_to_utf8(Writer(sid));
+    testing_support::log_capture_t missing;
+    EXPECT_FALSE(IsVssWriterServiceEnabled(util::utf8_to_wide(sid)));
+    EXPECT_TRUE(HasLineEndingWith(missing.texts(), "WARN|Failed to check if VSS oracle writer service enabled, sid: " + sid));
+    EXPECT_NE(missing.receiver->all().find("Failed to open service '" + service), std::string::npos);
+
+    test::test_service_t writer(Writer(sid));
+    const auto state_after = [&](bool enabled, const char* status) {
+        testing_support::log_capture_t capture;
+        EXPECT_EQ(IsVssWriterServiceEnabled(util::utf8_to_wide(sid)), enabled) << status;
+        EXPECT_TRUE(HasLineEndingWith(capture.texts(), "Found service: " + service + ", status: " + status));
+    };
+    state_after(false, "1");
+    writer.start();
+    state_after(true, "4");
+    writer.pause();
+    state_after(false, "7");
+
+    const std::string starting = Sid("P");
+    test::test_service_t pending(Writer(starting), test::test_service_t::mode_t::start_pending);
+    pending.start();
+    testing_support::log_capture_t capture;
+    EXPECT_TRUE(IsVssWriterServiceEnabled(util::utf8_to_wide(starting)));
+    EXPECT_TRUE(HasLineEndingWith(capture.texts(), util::wide_to_utf8(Writer(starting)) + ", status: 2"));
 }
 
 // The gate, fresh for each test; the exports use the process-wide one.
 class VssVerdictOnTheMachine : public testing::Test {
 protected:
-    // Unique per test process: writer services live in the one service
-    // manager of the Wine prefix.
-    std::string Sid(const std::string& stem)
-    {
-        const std::wstring sid = test::unique_sid(std::wstring(stem.begin(), stem.end()));
-        return std::string(sid.begin(), sid.end());
-    }
-
-    std::wstring Writer(const std::string& sid)
-    {
-        return L"OracleVssWriter" + std::wstring(sid.begin(), sid.end());
-    }
-
     CSimMachine machine;
     VssGate gate;
 };
@@ -129,9 +135,10 @@ TEST_F(VssVerdictOnTheMachine, InactiveDatabaseWithARunningWriterDisablesVssAndS
     EXPECT_TRUE(HasLineEndingWith(lines, "Checking if oracle VSS must be disabled ok."));
 }
 
-TEST_F(VssVerdictOnTheMachine, ShutDownDatabaseWithARunningWriterKeepsVssEnabled)
+TEST_F(VssVerdictOnTheMachine, ShutDownDatabaseWithARunningWriterKeepsVssEnabledAndAsmIsNeverContacted)
 {
     const std::string sid = Sid("D");
+    machine.AddInstance("+ASM", "asm = yes\nstatus = STARTED\nfault = kind=hang | at=attach", true);
     machine.AddInstance(sid, "status = DOWN");
     test::test_service_t writer(Writer(sid));
     writer.start();
@@ -139,18 +146,17 @@ TEST_F(VssVerdictOnTheMachine, ShutDownDatabaseWithARunningWriterKeepsVssEnabled
 
     EXPECT_TRUE(gate.IsVssEnabled());
     EXPECT_TRUE(HasLineEndingWith(capture.texts(), "VSS must be enabled"));
+    EXPECT_TRUE(machine.Contacted(sid));
+    EXPECT_FALSE(machine.Contacted("+ASM"));
 }
 
-TEST_F(VssVerdictOnTheMachine, AsmInstancesAreNeverContacted)
+TEST_F(VssVerdictOnTheMachine, VerdictIsKeptButAFailedDiscoveryLeavesNoneSoTheNextCallTriesAgain)
 {
-    machine.AddInstance("+ASM", "asm = yes\nstatus = STARTED\nfault = kind=hang | at=attach", true);
+    const std::wstring tooLong = L"SYSTEM\\CurrentControlSet\\Services\\" + std::wstring(255, L'S');
+    machine.Registry().create_key(tooLong);
+    EXPECT_THROW(gate.IsVssEnabled(), std::exception);
+    machine.Registry().delete_key(tooLong);
 
-    EXPECT_TRUE(gate.IsVssEnabled());
-    EXPECT_TRUE(machine.Journal().empty());
-}
-
-TEST_F(VssVerdictOnTheMachine, VerdictIsKeptAndTheMachineNotAskedAgain)
-{
     const std::string sid = Sid("C");
     machine.AddInstance(sid, "database_status = SUSPENDED");
     test::test_service_t writer(Writer(sid));
@@ -160,21 +166,8 @@ TEST_F(VssVerdictOnTheMachine, VerdictIsKeptAndTheMachineNotAskedAgain)
 
     writer.stop();
     machine.Registry().delete_key(L"SOFTWARE\\ORACLE");
-
     EXPECT_FALSE(gate.IsVssEnabled());
     EXPECT_EQ(machine.Journal().size(), journalLines);
-}
-
-TEST_F(VssVerdictOnTheMachine, FailedDiscoveryLeavesNoVerdictSoTheNextCallTriesAgain)
-{
-    const std::wstring tooLong =
-        L"SYSTEM\\CurrentControlSet\\Services\\" + std::wstring(255, L'S');
-    machine.Registry().create_key(tooLong);
-
-    EXPECT_THROW(gate.IsVssEnabled(), std::exception);
-
-    machine.Registry().delete_key(tooLong);
-    EXPECT_TRUE(gate.IsVssEnabled());
 }
 
 } // namespace
