@@ -118,20 +118,21 @@ void test_service_t::start()
 
 void test_service_t::pause()
 {
-    SERVICE_STATUS status = {};
-    if (!ControlService(service_, SERVICE_CONTROL_PAUSE, &status))
-        fail("ControlService(PAUSE)", name_);
-    if (!wait_for_state(service_, SERVICE_PAUSED))
-        fail("waiting for PAUSED", name_);
+    control(SERVICE_CONTROL_PAUSE, SERVICE_PAUSED, "ControlService(PAUSE)");
 }
 
 void test_service_t::stop()
 {
+    control(SERVICE_CONTROL_STOP, SERVICE_STOPPED, "ControlService(STOP)");
+}
+
+void test_service_t::control(DWORD code, DWORD wanted, const char* call)
+{
     SERVICE_STATUS status = {};
-    if (!ControlService(service_, SERVICE_CONTROL_STOP, &status))
-        fail("ControlService(STOP)", name_);
-    if (!wait_for_state(service_, SERVICE_STOPPED))
-        fail("waiting for STOPPED", name_);
+    if (!ControlService(service_, code, &status))
+        fail(call, name_);
+    if (!wait_for_state(service_, wanted))
+        fail(std::string("waiting after ") + call, name_);
 }
 
 DWORD test_service_t::state() const

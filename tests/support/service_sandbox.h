@@ -37,6 +37,9 @@ public:
     DWORD state() const;
 
 private:
+    // Sends `code` and waits for the state `wanted`; `call` names it in a failure.
+    void control(DWORD code, DWORD wanted, const char* call);
+
     std::wstring name_;
     mode_t mode_;
     SC_HANDLE scm_ = nullptr;

@@ -11,21 +11,11 @@
 #include "common/ctx/lib_init.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
+#include "support/capturing_receiver.h"
 #include "support/registry_sandbox.h"
 #include "support/temp_folder.h"
 
 namespace {
-
-// Puts the logger's receiver back when a test has started a log of its own,
-// so that the file is closed before its folder goes.
-class receiver_restore_t {
-public:
-    receiver_restore_t() : previous_(logging::get_log()->receiver()) {}
-    ~receiver_restore_t() { logging::get_log()->set_receiver(previous_); }
-
-private:
-    std::shared_ptr<logging::receiver::log_file_t> previous_;
-};
 
 std::string content_of(const std::wstring& path)
 {
@@ -38,10 +28,11 @@ const char* const banner_rule =
 
 } // namespace
 
-TEST(init_common_lib, log_word_names_the_log_without_regard_to_case)
+TEST(init_common_lib, log_word_names_the_log_without_regard_to_case_or_falls_back_to_the_default_log)
 {
     test::temp_folder_t temp;
-    receiver_restore_t restore;
+    // Puts the receiver back, so that the log file is closed before its folder goes.
+    testing_support::log_capture_t restore;
     const std::wstring path = temp.file(L"chosen.log");
     EXPECT_EQ(util::wide_to_ansi(path),
               util::init_common_lib(L"ignored.log", {L"-verbose", L"-LOG", path}));
@@ -50,16 +41,11 @@ TEST(init_common_lib, log_word_names_the_log_without_regard_to_case)
     const std::string content = content_of(path);
     EXPECT_NE(std::string::npos, content.find(banner_rule)) << content;
     EXPECT_NE(std::string::npos, content.find("> {\r\n")) << content;
-}
 
-TEST(init_common_lib, log_word_without_a_path_falls_back_to_the_default_log)
-{
-    test::temp_folder_t temp;
     test::registry_sandbox_t registry;
     registry.set_string(L"SOFTWARE\\Brelm\\Brelm Safeguard", L"LogDirectory", temp.path());
-    receiver_restore_t restore;
-    const std::wstring path = temp.file(L"agent.log");
-    EXPECT_EQ(util::wide_to_ansi(path), util::init_common_lib(L"agent.log", {L"-log"}));
+    const std::wstring fallback = temp.file(L"agent.log");
+    EXPECT_EQ(util::wide_to_ansi(fallback), util::init_common_lib(L"agent.log", {L"-log"}));
     logging::get_log()->set_receiver(nullptr);
-    EXPECT_NE(std::string::npos, content_of(path).find(banner_rule));
+    EXPECT_NE(std::string::npos, content_of(fallback).find(banner_rule));
 }

@@ -8,54 +8,45 @@
 #include <oleauto.h>
 
 #include <new>
+#include <optional>
 #include <system_error>
 #include <thread>
 
 namespace {
 
-template <typename F>
-std::shared_ptr<exc::exc_base_t> catch_exc(F&& body)
+// What comes out of a catch block that nests `message` onto the exception
+// `body` throws, caught as E; nothing when it is not an E.
+template <typename E, typename F>
+std::optional<E> nested(F body, bool as_trace, const exc::exc_trace_t& extra = {})
 {
     try {
-        body();
-    } catch (const std::exception& e) {
-        return exc::to_exc_ptr(e);
+        try {
+            body();
+        } catch (const std::exception& e) {
+            if (as_trace)
+                exc::throw_nested_trace("outer", e, extra);
+            exc::throw_nested("outer", e, extra);
+        }
+    } catch (const E& e) {
+        return e;
+    } catch (...) {
     }
-    return nullptr;
+    ADD_FAILURE() << "the expected type did not come out";
+    return std::nullopt;
 }
 
-TEST(Exceptions, ComposeTextWithTracePrefixAndPlainTextWithout)
+TEST(Exceptions, LinesComposeIntoTextWithTracePrefixAndPlainTextWithout)
 {
     exc::runtime_exc_t e("first");
     e.add_trace_message("second");
-    e.add_message("third");
-    EXPECT_STREQ("first\n--tr:second\nthird", e.what());
-    EXPECT_EQ("first\nsecond\nthird", e.plain_text());
+    e.add_message("third\nstill third");
+    EXPECT_STREQ("first\n--tr:second\nthird\nstill third", e.what());
+    EXPECT_EQ("first\nsecond\nthird\nstill third", e.plain_text());
     ASSERT_EQ(3u, e.lines().size());
     EXPECT_TRUE(e.lines()[1].is_trace);
-}
-
-TEST(Exceptions, EmptyExceptionHasEmptyTextNotNull)
-{
-    exc::exc_base_t e;
-    ASSERT_NE(nullptr, e.what());
-    EXPECT_STREQ("", e.what());
-    EXPECT_EQ("", e.plain_text());
-}
-
-TEST(Exceptions, MessageWithLineBreakStaysOneLine)
-{
-    exc::runtime_exc_t e("a\nb");
-    EXPECT_EQ(1u, e.lines().size());
-}
-
-TEST(Exceptions, FormatConstructorsRunTheMessageFormatter)
-{
-    exc::runtime_exc_t e("File [%1] of [%2] at %3.", "x", "y", "z");
-    EXPECT_STREQ("File [x] of [y] at z.", e.what());
-    EXPECT_EQ(0u, e.code());
-    exc::runtime_exc_t coded("boom", 42u);
-    EXPECT_EQ(42u, coded.code());
+    EXPECT_STREQ("", exc::exc_base_t().what());
+    exc::runtime_exc_t formatted("File [%1] of [%2] at %3.", "x", "y", "z");
+    EXPECT_STREQ("File [x] of [y] at z.", formatted.what());
 }
 
 TEST(Exceptions, SystemErrorPutsSystemTextFirstAndCodeAsTrace)
@@ -63,29 +54,18 @@ TEST(Exceptions, SystemErrorPutsSystemTextFirstAndCodeAsTrace)
     exc::win_sys_exc_t e("Failed to open file [%1] in readonly mode.", "C:\\data\\x.dbf",
                          ERROR_FILE_NOT_FOUND);
     ASSERT_EQ(3u, e.lines().size());
-    EXPECT_EQ(exc::get_error_text(ERROR_FILE_NOT_FOUND), e.lines()[0].text);
-    EXPECT_FALSE(e.lines()[0].text.empty());
+    const std::string system_text = exc::get_error_text(ERROR_FILE_NOT_FOUND);
+    EXPECT_FALSE(system_text.empty());
+    EXPECT_NE('\n', system_text.back());
+    EXPECT_EQ(system_text, e.lines()[0].text);
     EXPECT_EQ("Failed to open file [C:\\data\\x.dbf] in readonly mode.", e.lines()[1].text);
     EXPECT_EQ("Error code: 0x00000002", e.lines()[2].text);
     EXPECT_TRUE(e.lines()[2].is_trace);
     EXPECT_EQ(2u, e.code());
+    EXPECT_EQ("Error code: 0x00000000", exc::win_sys_exc_t(0u).lines().at(1).text);
 }
 
-TEST(Exceptions, CodeZeroIsAnOrdinarySystemError)
-{
-    exc::win_sys_exc_t e(0u);
-    ASSERT_EQ(2u, e.lines().size());
-    EXPECT_EQ("Error code: 0x00000000", e.lines()[1].text);
-}
-
-TEST(Exceptions, SystemTextHasNoClosingLineBreak)
-{
-    const std::string text = exc::get_error_text(ERROR_ACCESS_DENIED);
-    EXPECT_FALSE(text.empty());
-    EXPECT_NE("\r\n", text.size() >= 2 ? text.substr(text.size() - 2) : std::string());
-}
-
-TEST(Exceptions, ComErrorWithoutDescriptionStartsWithBlankAndCode)
+TEST(Exceptions, ComErrorWithoutDescriptionAndLockedFileTexts)
 {
     SetErrorInfo(0, nullptr);
     exc::com_exc_t e(static_cast<long>(0x80004005L), "Cannot get the path");
@@ -93,104 +73,56 @@ TEST(Exceptions, ComErrorWithoutDescriptionStartsWithBlankAndCode)
     EXPECT_EQ(" Error code: 0x80004005", e.lines()[0].text);
     EXPECT_EQ("Cannot get the path", e.lines()[1].text);
     EXPECT_EQ(0x80004005u, e.code());
+    exc::file_locked_exc_t locked("C:\\logs\\agent.log");
+    EXPECT_STREQ("File [C:\\logs\\agent.log] is locked.", locked.what());
+    EXPECT_EQ("C:\\logs\\agent.log", locked.path());
 }
 
-TEST(Exceptions, FileLockedNamesThePath)
+TEST(Nesting, OwnExceptionKeepsItsTypeForeignOneBecomesRuntimeWithItsTextAndCode)
 {
-    exc::file_locked_exc_t e("C:\\logs\\agent.log");
-    EXPECT_STREQ("File [C:\\logs\\agent.log] is locked.", e.what());
-    EXPECT_EQ("C:\\logs\\agent.log", e.path());
+    const auto own = nested<exc::win_sys_exc_t>([] { throw exc::win_sys_exc_t("inner", 5u); }, true);
+    ASSERT_TRUE(own);
+    EXPECT_EQ(5u, own->code());
+    EXPECT_EQ("--tr:outer", own->text().substr(own->text().rfind('\n') + 1));
+
+    const auto foreign = nested<exc::runtime_exc_t>([] { throw std::bad_alloc(); }, false);
+    ASSERT_TRUE(foreign);
+    ASSERT_EQ(2u, foreign->lines().size());
+    EXPECT_EQ(std::string(std::bad_alloc().what()), foreign->lines()[0].text);
+    EXPECT_EQ("outer", foreign->lines()[1].text);
+    EXPECT_FALSE(foreign->lines()[1].is_trace);
+    EXPECT_EQ(0u, foreign->code());
+
+    const auto system = nested<exc::runtime_exc_t>(
+        [] { throw std::system_error(std::error_code(32, std::system_category()), "sharing"); },
+        true);
+    ASSERT_TRUE(system);
+    EXPECT_EQ(32u, system->code());
 }
 
-TEST(Nesting, TraceLineIsAddedToTheObjectInFlightKeepingItsType)
-{
-    try {
-        try {
-            throw exc::win_sys_exc_t("inner", 5u);
-        } catch (const std::exception& e) {
-            exc::throw_nested_trace("COracleHomes: failed to find oracle homes.", e);
-        }
-    } catch (const exc::win_sys_exc_t& e) {
-        EXPECT_EQ(5u, e.code());
-        EXPECT_EQ("--tr:COracleHomes: failed to find oracle homes.",
-                  std::string(e.what()).substr(std::string(e.what()).rfind('\n') + 1));
-        return;
-    }
-    FAIL() << "the dynamic type was lost";
-}
-
-TEST(Nesting, ForeignExceptionBecomesRuntimeExceptionWithItsTextFirst)
-{
-    try {
-        try {
-            throw std::bad_alloc();
-        } catch (const std::exception& e) {
-            exc::throw_nested("outer", e);
-        }
-    } catch (const exc::runtime_exc_t& e) {
-        ASSERT_EQ(2u, e.lines().size());
-        EXPECT_EQ(std::string(std::bad_alloc().what()), e.lines()[0].text);
-        EXPECT_EQ("outer", e.lines()[1].text);
-        EXPECT_FALSE(e.lines()[1].is_trace);
-        EXPECT_EQ(0u, e.code());
-        return;
-    }
-    FAIL();
-}
-
-TEST(Nesting, SystemErrorKeepsItsCode)
-{
-    try {
-        try {
-            throw std::system_error(std::error_code(32, std::system_category()), "sharing");
-        } catch (const std::exception& e) {
-            exc::throw_nested_trace("outer", e);
-        }
-    } catch (const exc::runtime_exc_t& e) {
-        EXPECT_EQ(32u, e.code());
-        return;
-    }
-    FAIL();
-}
-
-TEST(Nesting, CopyTakenEarlierDoesNotSeeLaterLines)
-{
-    std::shared_ptr<exc::exc_base_t> early;
-    try {
-        try {
-            throw exc::runtime_exc_t("root");
-        } catch (const std::exception& e) {
-            early = exc::to_exc_ptr(e);
-            exc::throw_nested_trace("later", e);
-        }
-    } catch (const exc::exc_base_t& e) {
-        EXPECT_EQ(2u, e.lines().size());
-    }
-    ASSERT_TRUE(early);
-    EXPECT_EQ(1u, early->lines().size());
-}
-
-TEST(Nesting, TraceValuesAreMergedWithExistingKeysKeepingTheirPlace)
+TEST(Nesting, TraceValuesMergeIntoExistingKeysInPlaceAndEarlierCopiesStayAsTheyWere)
 {
     exc::exc_trace_t extra;
     extra.params = {{"b", "new"}, {"c", "3"}};
     extra.events = {{2, "event"}};
-    try {
-        try {
+    std::shared_ptr<exc::exc_base_t> early;
+    const auto merged = nested<exc::runtime_exc_t>(
+        [&] {
             exc::runtime_exc_t e("root");
             e.trace().params = {{"a", "1"}, {"b", "old"}};
+            early = exc::to_exc_ptr(e);
             throw e;
-        } catch (const std::exception& e) {
-            exc::throw_nested("outer", e, extra);
-        }
-    } catch (const exc::exc_base_t& e) {
-        const auto& params = e.trace().params;
-        ASSERT_EQ(3u, params.size());
-        EXPECT_EQ("b", params[1].first);
-        EXPECT_EQ("new", params[1].second);
-        EXPECT_EQ("c", params[2].first);
-        EXPECT_EQ(1u, e.trace().events.size());
-    }
+        },
+        false, extra);
+    ASSERT_TRUE(merged);
+    const auto& params = merged->trace().params;
+    ASSERT_EQ(3u, params.size());
+    EXPECT_EQ(std::make_pair(std::string("b"), std::string("new")), params[1]);
+    EXPECT_EQ("c", params[2].first);
+    EXPECT_EQ(1u, merged->trace().events.size());
+    EXPECT_EQ(2u, merged->lines().size());
+    EXPECT_EQ(1u, early->lines().size());
+    EXPECT_EQ("old", early->trace().params[1].second);
 }
 
 TEST(Copies, CloneAndRethrowKeepClassCodeLinesAndThreadOfOrigin)
@@ -199,7 +131,7 @@ TEST(Copies, CloneAndRethrowKeepClassCodeLinesAndThreadOfOrigin)
     uint32_t worker_id = 0;
     std::thread worker([&] {
         worker_id = GetCurrentThreadId();
-        captured = catch_exc([] { throw exc::win_sys_exc_t("on a worker", 87u); });
+        captured = exc::to_exc_ptr(exc::win_sys_exc_t("on a worker", 87u));
     });
     worker.join();
     ASSERT_TRUE(captured);
@@ -215,26 +147,20 @@ TEST(Copies, CloneAndRethrowKeepClassCodeLinesAndThreadOfOrigin)
     FAIL() << "rethrow lost the class";
 }
 
-TEST(Copies, FileLockedClonesAsItselfButRethrowsAsBase)
+TEST(Copies, LockedFileClonesAsItselfButRethrowsAsBaseAndForeignCopiesAsRuntime)
 {
-    exc::file_locked_exc_t locked("x.log");
-    auto copy = locked.clone();
+    auto copy = exc::file_locked_exc_t("x.log").clone();
     EXPECT_NE(nullptr, dynamic_cast<exc::file_locked_exc_t*>(copy.get()));
     try {
         copy->rethrow();
     } catch (const exc::file_locked_exc_t&) {
-        FAIL() << "a rethrown locked-file exception must be reduced to its base";
+        ADD_FAILURE() << "a rethrown locked-file exception must be reduced to its base";
     } catch (const exc::exc_base_t& e) {
         EXPECT_STREQ("File [x.log] is locked.", e.what());
     }
-}
-
-TEST(Copies, ForeignExceptionBecomesRuntimeCopy)
-{
-    auto copy = catch_exc([] { throw std::runtime_error("plain"); });
-    ASSERT_TRUE(copy);
-    EXPECT_NE(nullptr, dynamic_cast<exc::runtime_exc_t*>(copy.get()));
-    EXPECT_STREQ("plain", copy->what());
+    auto foreign = exc::to_exc_ptr(std::runtime_error("plain"));
+    EXPECT_NE(nullptr, dynamic_cast<exc::runtime_exc_t*>(foreign.get()));
+    EXPECT_STREQ("plain", foreign->what());
 }
 
 TEST(BufferForm, SaveAndLoadRoundTripLinesTraceAndCode)
@@ -257,7 +183,7 @@ TEST(BufferForm, SaveAndLoadRoundTripLinesTraceAndCode)
     EXPECT_EQ(writer.buffer().size(), reader.position());
 }
 
-TEST(BufferForm, UnknownEventIsDroppedWithWarning)
+TEST(BufferForm, UnknownEventIsDroppedWithWarningAndTruncatedBufferFails)
 {
     util::CBufWriter writer;
     writer.write_int(1);
@@ -277,21 +203,16 @@ TEST(BufferForm, UnknownEventIsDroppedWithWarning)
     ASSERT_EQ(1u, loaded.trace().events.size());
     EXPECT_EQ(7u, loaded.trace().events[0].code);
     EXPECT_STREQ("line", loaded.what());
-    const auto lines = capture.texts();
-    ASSERT_EQ(1u, lines.size());
-    EXPECT_EQ("WARN|Unexpected trace event: [9]. Info: bad.", lines[0]);
-}
+    EXPECT_EQ(std::vector<std::string>{"WARN|Unexpected trace event: [9]. Info: bad."},
+              capture.texts());
 
-TEST(BufferForm, TruncatedBufferFailsWithReaderWords)
-{
-    util::CBufWriter writer;
-    writer.write_int(1);
-    writer.write_int(100);
-    util::CBufReader reader(&writer.buffer(), 1024);
-    exc::exc_base_t loaded;
+    util::CBufWriter truncated;
+    truncated.write_int(1);
+    truncated.write_int(100);
+    util::CBufReader short_reader(&truncated.buffer(), 1024);
     try {
-        loaded.load(reader);
-        FAIL();
+        exc::exc_base_t().load(short_reader);
+        ADD_FAILURE() << "a truncated buffer loaded";
     } catch (const exc::exc_base_t& e) {
         EXPECT_STREQ("Out of the buffer, buffer size '8', struct size '100', buffer pointer "
                      "'8'.\n--tr:Failed to extract multi-byte string from buffer .",

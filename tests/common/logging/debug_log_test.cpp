@@ -98,13 +98,4 @@ TEST_F(DebugReceiver, MissingHostKeepsTheDefaultAddressAndPort)
     EXPECT_EQ("to the default", sent(listener, "to the default"));
 }
 
-TEST(DebugChannel, HasItsOwnLoggerWithTheDebugReceiver)
-{
-    const auto& logger = logging::dbg().logger();
-    ASSERT_TRUE(logger);
-    EXPECT_NE(logging::get_log(), logger);
-    EXPECT_TRUE(std::dynamic_pointer_cast<logging::receiver::COutputDebugStringLog>(
-        logger->receiver()));
-}
-
 } // namespace

@@ -22,6 +22,8 @@ struct private_log_t {
     logging::log_channel_t empty{log, std::make_shared<logging::format::line_format_t>("")};
 
     private_log_t() { log->set_receiver(receiver); }
+    // The blocks written, with the time column cut off.
+    std::vector<std::string> blocks() const;
 };
 
 std::string thread_column()
@@ -38,6 +40,14 @@ std::string without_time(const std::string& block)
     return std::regex_replace(block, time_column, "");
 }
 
+std::vector<std::string> private_log_t::blocks() const
+{
+    std::vector<std::string> result;
+    for (const auto& block : receiver->blocks)
+        result.push_back(without_time(block));
+    return result;
+}
+
 TEST(LogLines, LongFormHasTimeThreadTagMarkIndentAndLineEnd)
 {
     private_log_t p;
@@ -49,40 +59,22 @@ TEST(LogLines, LongFormHasTimeThreadTagMarkIndentAndLineEnd)
     EXPECT_EQ(thread_column() + "oralib|   Checking instance ORCL\r\n", without_time(block));
 }
 
-TEST(LogLines, WarningsAndErrorsMarkFirstLineAndContinueWithArrows)
+TEST(LogLines, EveryLineOfAMessageIsFilteredAndFramedInOneWrite)
 {
-    private_log_t p;
-    p.log->increase_indent();
-    p.oralib.warning("one\ntwo\nthree");
-    p.oralib.error("Failed to open file [x].\nAn exception was thrown from thread [1234].");
-    p.log->decrease_indent();
-    const std::string t = thread_column();
-    EXPECT_EQ(t + "oralib| WARN|one\r\n" + t + "oralib| >>  |two\r\n" + t + "oralib| >>  |three\r\n",
-              without_time(p.receiver->blocks.at(0)));
-    EXPECT_EQ(t + "oralib| ERR |Failed to open file [x].\r\n" + t +
-                  "oralib| >>  |An exception was thrown from thread [1234].\r\n",
-              without_time(p.receiver->blocks.at(1)));
-}
-
-TEST(LogLines, MultiLineInformationHasNoMarkAndOneWritePerMessage)
-{
-    private_log_t p;
-    p.empty.info(0, "a\nb");
-    ASSERT_EQ(1u, p.receiver->blocks.size());
-    const std::string t = thread_column();
-    EXPECT_EQ(t + "a\r\n" + t + "b\r\n", without_time(p.receiver->blocks[0]));
-}
-
-TEST(LogLines, LineBreaksAtTheEndAndInTheMiddle)
-{
+    struct upper_t : logging::text_filter_t {
+        std::string apply(const std::string& line) override { return util::to_upper(line); }
+    };
     private_log_t p;
     p.empty.info(0, "");
     p.empty.info(0, "end\n");
     p.empty.info(0, "a\n\nb");
+    p.log->set_filter(std::make_shared<upper_t>());
+    p.empty.info(0, "c\nd");
     const std::string t = thread_column();
-    EXPECT_EQ(t + "\r\n", without_time(p.receiver->blocks.at(0)));
-    EXPECT_EQ(t + "end\r\n", without_time(p.receiver->blocks.at(1)));
-    EXPECT_EQ(t + "a\r\n" + t + "\r\n" + t + "b\r\n", without_time(p.receiver->blocks.at(2)));
+    const std::vector<std::string> expected{t + "\r\n", t + "end\r\n",
+                                            t + "a\r\n" + t + "\r\n" + t + "b\r\n",
+                                            t + "C\r\n" + t + "D\r\n"};
+    EXPECT_EQ(expected, p.blocks());
 }
 
 TEST(LogLines, ShortFormHasLevelWordAndNoTag)
@@ -93,12 +85,13 @@ TEST(LogLines, ShortFormHasLevelWordAndNoTag)
     p.oralib.info(2, "i");
     char column[16];
     std::snprintf(column, sizeof column, "<%2lu> ", static_cast<unsigned long>(GetCurrentThreadId() % 100));
-    EXPECT_EQ(std::string(column) + "Warning  w\r\n" + column + "Warning  x\r\n",
-              without_time(p.receiver->blocks.at(0)));
-    EXPECT_EQ(std::string(column) + "Info         i\r\n", without_time(p.receiver->blocks.at(1)));
+    const std::string c = column;
+    EXPECT_EQ((std::vector<std::string>{c + "Warning  w\r\n" + c + "Warning  x\r\n",
+                                        c + "Info         i\r\n"}),
+              p.blocks());
 }
 
-TEST(LogLines, NothingIsWrittenWithoutReceiverOrWhenStopped)
+TEST(LogLines, NothingIsWrittenWithoutReceiverOrWhenStoppedAndReceiverFailureIsSwallowed)
 {
     private_log_t p;
     p.log->set_receiver(nullptr);
@@ -107,31 +100,16 @@ TEST(LogLines, NothingIsWrittenWithoutReceiverOrWhenStopped)
     p.log->set_stopped(true);
     p.oralib.error("lost too");
     EXPECT_TRUE(p.receiver->blocks.empty());
-}
 
-TEST(LogLines, FilterMapsEveryLine)
-{
-    struct upper_t : logging::text_filter_t {
-        std::string apply(const std::string& line) override { return util::to_upper(line); }
-    };
-    private_log_t p;
-    p.log->set_filter(std::make_shared<upper_t>());
-    p.empty.info(0, "a\nb");
-    const std::string t = thread_column();
-    EXPECT_EQ(t + "A\r\n" + t + "B\r\n", without_time(p.receiver->blocks.at(0)));
-}
-
-TEST(LogLines, ReceiverFailureIsSwallowed)
-{
     struct failing_t : capturing_receiver_t {
         void write(const std::string&) override { throw exc::runtime_exc_t("disk full"); }
     };
-    private_log_t p;
+    p.log->set_stopped(false);
     p.log->set_receiver(std::make_shared<failing_t>());
     EXPECT_NO_THROW(p.oralib.info("x"));
 }
 
-TEST(Indent, PerThreadAndNeverBelowZero)
+TEST(Indent, PerThreadNeverBelowZeroAndNotForWarningsAndErrorsWhichContinueWithArrows)
 {
     private_log_t p;
     p.log->decrease_indent();
@@ -142,46 +120,39 @@ TEST(Indent, PerThreadAndNeverBelowZero)
     std::thread([&] { other = p.log->indent(); }).join();
     EXPECT_EQ(0, other);
     p.oralib.info("deep");
-    p.oralib.warning("left");
+    p.oralib.warning("one\ntwo");
+    p.oralib.error("Failed to open file [x].\nAn exception was thrown from thread [1234].");
     p.log->decrease_indent();
     p.log->decrease_indent();
     const std::string t = thread_column();
-    EXPECT_EQ(t + "oralib|     deep\r\n", without_time(p.receiver->blocks.at(0)));
-    EXPECT_EQ(t + "oralib| WARN|left\r\n", without_time(p.receiver->blocks.at(1)));
+    EXPECT_EQ((std::vector<std::string>{
+                  t + "oralib|     deep\r\n",
+                  t + "oralib| WARN|one\r\n" + t + "oralib| >>  |two\r\n",
+                  t + "oralib| ERR |Failed to open file [x].\r\n" + t +
+                      "oralib| >>  |An exception was thrown from thread [1234].\r\n"}),
+              p.blocks());
 }
 
-TEST(Operations, SuccessfulScopeLogsStartAndOkOnce)
+TEST(Operations, ScopeLogsStartAndOkOnceOrFailedWhenLeftByAnException)
 {
     log_capture_t capture;
     {
-        logging::log_operation_t op("Backup oracle logs. Sid: %1", std::string("ORCL"));
-        logging::oralib().info("inside");
-        op.ok();
-    }
-    const std::vector<std::string> expected{"oralib| Backup oracle logs. Sid: ORCL",
-                                            "oralib|   inside",
-                                            "oralib| Backup oracle logs. Sid: ORCL ok."};
-    EXPECT_EQ(expected, capture.texts());
-}
-
-TEST(Operations, ExceptionLeavingScopeLogsFailedAtEnclosingIndent)
-{
-    log_capture_t capture;
-    {
-        logging::log_operation_t outer("outer");
+        logging::log_operation_t outer("Backup oracle logs. Sid: %1", std::string("ORCL"));
         try {
             logging::log_operation_t inner("inner");
             throw exc::runtime_exc_t("boom");
         } catch (const std::exception&) {
         }
         outer.ok();
+        outer.ok();
     }
-    const std::vector<std::string> expected{"oralib| outer", "oralib|   inner",
-                                            "oralib|   inner Failed.", "oralib| outer ok."};
+    const std::vector<std::string> expected{"oralib| Backup oracle logs. Sid: ORCL",
+                                            "oralib|   inner", "oralib|   inner Failed.",
+                                            "oralib| Backup oracle logs. Sid: ORCL ok."};
     EXPECT_EQ(expected, capture.texts());
 }
 
-TEST(ExceptionLogging, ErrorCarriesTheThreadLine)
+TEST(ExceptionLogging, ErrorCarriesTheThreadLineAndEveryChannelItsTag)
 {
     log_capture_t capture;
     exc::runtime_exc_t own("Failed to open file [x].");
@@ -196,16 +167,11 @@ TEST(ExceptionLogging, ErrorCarriesTheThreadLine)
         "ERR |foreign",
         ">>  |An exception was thrown from thread [n/a].",
         "oralib| WARN|context",
-        "oralib| >>  |Failed to open file [x]."};
-    EXPECT_EQ(expected, capture.texts());
-}
-
-TEST(Channels, EmergencyTagIsFiveBlanks)
-{
-    log_capture_t capture;
+        "oralib| >>  |Failed to open file [x].",
+        "     ERR |x",
+        "cli| LOG: Initializing log file ..."};
     logging::emergency().error("x");
     logging::cli().info(0, "LOG: Initializing log file ...");
-    const std::vector<std::string> expected{"     ERR |x", "cli| LOG: Initializing log file ..."};
     EXPECT_EQ(expected, capture.texts());
 }
 

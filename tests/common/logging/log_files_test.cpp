@@ -25,22 +25,14 @@ using testing::HasSubstr;
 
 const wchar_t* const settings_key = L"SOFTWARE\\Brelm\\Brelm Safeguard";
 
-std::string read_file(const std::string& path)
-{
-    auto file = win::open_file_read(path);
-    std::string text;
-    char block[4096];
-    while (uint32_t got = file->read(block, sizeof(block)))
-        text.append(block, got);
-    return text;
-}
-
 void write_file(const std::string& path, const std::string& text)
 {
     win::create_file(path)->write(static_cast<uint32_t>(text.size()), text.data());
 }
 
-std::string read_gz(const std::string& path)
+// The text of a file; an archive's text is unpacked and put after "gz:" (gzread
+// passes a plain file through as it is).
+std::string read_file(const std::string& path)
 {
     gzFile file = gzopen(path.c_str(), "rb");
     if (file == nullptr)
@@ -50,6 +42,8 @@ std::string read_gz(const std::string& path)
     int got = 0;
     while ((got = gzread(file, block, sizeof(block))) > 0)
         text.append(block, static_cast<size_t>(got));
+    if (gzdirect(file) == 0)
+        text = "gz:" + text;
     gzclose(file);
     return text;
 }
@@ -61,7 +55,7 @@ std::string common_folder()
     return util::wide_to_ansi(folder) + "\\Brelm\\Backup\\";
 }
 
-TEST(LogNames, NumberedNameKeepsTheSuffixAndItsCase)
+TEST(LogNames, NumberedAndAgedNamesPutTheNumberBeforeTheSuffixKeepingItsCase)
 {
     EXPECT_EQ("agent.1.log", logging::numbered_log_name("agent.log", 1));
     EXPECT_EQ("agent.1.LOG", logging::numbered_log_name("agent.LOG", 1));
@@ -69,10 +63,6 @@ TEST(LogNames, NumberedNameKeepsTheSuffixAndItsCase)
     EXPECT_EQ("agent.txt.1.log", logging::numbered_log_name("agent.txt", 1));
     EXPECT_EQ("agent.1", logging::numbered_log_name("agent.", 1));
     EXPECT_EQ("C:\\my.dir\\agent.2.log", logging::numbered_log_name("C:\\my.dir\\agent", 2));
-}
-
-TEST(LogNames, AgedNameCarriesTheAgeBeforeTheExtension)
-{
     EXPECT_EQ("agent.log.gz", logging::aged_file_name("agent.log.gz", ".log.gz", 0));
     EXPECT_EQ("agent.3.log.gz", logging::aged_file_name("agent.log.gz", ".log.gz", 3));
     EXPECT_EQ("AGENT.3.log.gz", logging::aged_file_name("AGENT.LOG.GZ", ".log.gz", 3));
@@ -106,7 +96,7 @@ TEST_F(LogFiles, AgingShiftsEveryArchiveUpAndDropsTheOldest)
     EXPECT_FALSE(win::file_exists(file("agent.3.1.log.gz")));
 }
 
-TEST_F(LogFiles, SecondWriterIsLockedOutAndTheLogAppendsAcrossRuns)
+TEST_F(LogFiles, SecondWriterIsLockedOutTheLogAppendsAcrossRunsAndALockedLogFallsBackToANumberedName)
 {
     const std::string path = file("agent.log");
     {
@@ -126,17 +116,14 @@ TEST_F(LogFiles, SecondWriterIsLockedOutAndTheLogAppendsAcrossRuns)
     again.write("two\r\n");
     EXPECT_EQ(10u, again.size());
     EXPECT_EQ("one\r\ntwo\r\n", read_file(path));
-}
 
-TEST_F(LogFiles, LockedLogFallsBackToTheNextFreeNumberedName)
-{
-    const std::string path = file("agent.LOG");
+    const std::string upper = file("other.LOG");
     std::string used;
-    auto first = logging::open_unlocked_log(path, used);
-    EXPECT_EQ(path, used);
-    auto second = logging::open_unlocked_log(path, used);
-    EXPECT_EQ(file("agent.1.LOG"), used);
-    EXPECT_EQ(file("agent.1.LOG"), second->path());
+    auto first = logging::open_unlocked_log(upper, used);
+    EXPECT_EQ(upper, used);
+    auto second = logging::open_unlocked_log(upper, used);
+    EXPECT_EQ(file("other.1.LOG"), used);
+    EXPECT_EQ(file("other.1.LOG"), second->path());
 }
 
 TEST_F(LogFiles, FileOfExactlyTheLimitIsRotatedIntoAnArchive)
@@ -157,7 +144,7 @@ TEST_F(LogFiles, FileOfExactlyTheLimitIsRotatedIntoAnArchive)
     limits.max_size = 1000;
     logging::check_log_size(receiver, limits);
     EXPECT_EQ(0u, receiver->size());
-    EXPECT_EQ(contents, read_gz(file("agent.log.gz")));
+    EXPECT_EQ("gz:" + contents, read_file(file("agent.log.gz")));
     EXPECT_EQ("older archive", read_file(file("agent.1.log.gz")));
 
     receiver->write("next\r\n");
@@ -169,7 +156,7 @@ TEST_F(LogFiles, FileOfExactlyTheLimitIsRotatedIntoAnArchive)
     EXPECT_EQ(1006u, receiver->size());
 }
 
-TEST_F(LogFiles, FailedRotationNamesTheLogAndKeepsTheLiveFile)
+TEST_F(LogFiles, FailedRotationNamesTheLogAndKeepsTheLiveFileAndAnUnopenableArchiveNamesItsPath)
 {
     auto receiver = std::make_shared<win::win_log_file_t>(file("agent.log"));
     receiver->write("abc");
@@ -183,6 +170,11 @@ TEST_F(LogFiles, FailedRotationNamesTheLogAndKeepsTheLiveFile)
     EXPECT_EQ("Unable to validate log size limit. Log path: [" + file("agent.log") + "].",
               lines.back());
     EXPECT_EQ(3u, receiver->size());
+
+    const std::string archive = file("missing\\agent.log.gz");
+    const auto archive_lines = failure_lines([&] { util::zip_writer_t writer(archive); });
+    ASSERT_FALSE(archive_lines.empty());
+    EXPECT_EQ("Failed to open GZ archive [" + archive + "].", archive_lines.back());
 }
 
 TEST_F(LogFiles, LimitsTakeTheirDefaultsUnlessBothValuesReadWell)
@@ -209,7 +201,7 @@ TEST_F(LogFiles, LimitsTakeTheirDefaultsUnlessBothValuesReadWell)
     EXPECT_EQ(defaults, limits());
 }
 
-TEST_F(LogFiles, DefaultPathUsesLogDirectoryOrTheCommonFolder)
+TEST_F(LogFiles, DefaultPathUsesLogDirectoryOrTheCommonFolderAndRedirectAppliesOnlyBelowIt)
 {
     EXPECT_EQ(util::ansi_to_wide(common_folder()) + L"agent.log",
               logging::default_log_path(L"agent.log"));
@@ -222,10 +214,7 @@ TEST_F(LogFiles, DefaultPathUsesLogDirectoryOrTheCommonFolder)
     sandbox.set_dword(settings_key, L"LogDirectory", 1);
     EXPECT_EQ(util::ansi_to_wide(common_folder()) + L"agent.log",
               logging::default_log_path(L"agent.log"));
-}
 
-TEST_F(LogFiles, RedirectAppliesOnlyAtOrBelowLogDirectory)
-{
     std::string redirected;
     EXPECT_FALSE(logging::redirect_log_path("D:\\logs\\agent.log", redirected));
     sandbox.set_string(settings_key, L"LogDirectory", L"D:\\Logs\\");
@@ -236,7 +225,7 @@ TEST_F(LogFiles, RedirectAppliesOnlyAtOrBelowLogDirectory)
     EXPECT_FALSE(logging::redirect_log_path("D:\\agent.log", redirected));
 }
 
-TEST_F(LogFiles, SelectTakesTheFirstPathWhoseFolderCanBeMade)
+TEST_F(LogFiles, SelectTakesTheFirstPathWhoseFolderCanBeMadeOrMovesOutOfLogDirectory)
 {
     EXPECT_THAT(failure_lines([] { logging::select_log_path({}); }),
                 ElementsAre("Log paths list is empty."));
@@ -246,12 +235,7 @@ TEST_F(LogFiles, SelectTakesTheFirstPathWhoseFolderCanBeMade)
     const std::string good = file("logs\\agent.log");
     EXPECT_EQ(good, logging::select_log_path({blocked, good}));
     EXPECT_TRUE(win::file_exists(file("logs")));
-}
 
-TEST_F(LogFiles, UnwritableFolderMovesOutOfLogDirectoryOrFailsWithoutEndingTheProcess)
-{
-    write_file(file("blocker"), "a file where a folder should be");
-    const std::string blocked = file("blocker\\logs\\agent.log");
     EXPECT_THROW(logging::select_log_path({blocked}), std::exception);
 
     sandbox.set_string(settings_key, L"LogDirectory", util::utf8_to_wide(file("blocker")));
@@ -260,11 +244,8 @@ TEST_F(LogFiles, UnwritableFolderMovesOutOfLogDirectoryOrFailsWithoutEndingThePr
 
 class LogSetup : public LogFiles {
 protected:
-    LogSetup() : previous_(logging::get_log()->receiver()) {}
-    ~LogSetup() override { logging::get_log()->set_receiver(previous_); }
-
-private:
-    std::shared_ptr<logging::receiver::log_file_t> previous_;
+    // Puts the receiver back whatever the test started.
+    testing_support::log_capture_t capture;
 };
 
 TEST_F(LogSetup, StartedLogWritesItsStartMessagesIntoTheFile)
@@ -284,7 +265,6 @@ TEST_F(LogSetup, StartedLogWritesItsStartMessagesIntoTheFile)
 
 TEST_F(LogSetup, LogThatCannotStartLeavesTheReceiverAndReportsWhy)
 {
-    testing_support::log_capture_t capture;
     write_file(file("blocker"), "a file where a folder should be");
     const std::string path = file("blocker\\logs\\agent.log");
 
@@ -317,14 +297,6 @@ TEST_F(LogSetup, EmptyPathLogsToStandardOutputBetweenSlashLines)
     std::cout.rdbuf(original);
     const std::string slashes(74, '/');
     EXPECT_EQ(slashes + "\na line\n" + slashes + "\n", captured.str());
-}
-
-TEST_F(LogFiles, ArchiveThatCannotBeOpenedNamesItsPath)
-{
-    const std::string path = file("missing\\agent.log.gz");
-    const auto lines = failure_lines([&] { util::zip_writer_t writer(path); });
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ("Failed to open GZ archive [" + path + "].", lines.back());
 }
 
 } // namespace

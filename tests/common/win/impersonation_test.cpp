@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -10,9 +11,13 @@
 #include "common/strings/strings.h"
 #include "common/win/impersonation.h"
 #include "support/capturing_receiver.h"
+#include "support/failure_lines.h"
 
 namespace {
 
+using test::failure_text;
+using testing::Contains;
+using testing::HasSubstr;
 using testing_support::log_capture_t;
 
 // Records each logon as "user|domain|password|type|provider", and fails with
@@ -67,14 +72,6 @@ std::shared_ptr<win::impersonation_context_t> register_token_context(const std::
     return context;
 }
 
-bool contains(const std::vector<std::string>& lines, const std::string& line)
-{
-    for (const auto& l : lines)
-        if (l == line)
-            return true;
-    return false;
-}
-
 } // namespace
 
 TEST(share_of_path, plain_and_long_unc_forms_name_the_same_share_and_local_paths_none)
@@ -101,53 +98,17 @@ TEST(logon_user, domain_upn_and_local_names_log_on_interactively_with_the_decode
               api.calls);
 }
 
-TEST(logon_user, failures_name_the_user_as_given)
+TEST(logon_user, failures_name_the_user_as_given_with_the_system_text)
 {
     recording_logon_api_t api;
     api.error = ERROR_LOGON_FAILURE;
     win::CAccessToken token;
-    try {
-        win::logon_user(L"CORP\\bob", protect("pw"), token, api);
-        FAIL() << "no exception";
-    } catch (const exc::win_sys_exc_t& e) {
-        EXPECT_EQ(static_cast<uint32_t>(ERROR_LOGON_FAILURE), e.code());
-        EXPECT_NE(std::string::npos, e.plain_text().find("Failed to logon user [CORP\\bob]"));
-    }
-    try {
-        win::logon_user(L"bob@corp.example", protect("pw"), token, api);
-        FAIL() << "no exception";
-    } catch (const exc::win_sys_exc_t& e) {
-        EXPECT_NE(std::string::npos,
-                  e.plain_text().find("Failed to logon UPN user [bob@corp.example]"));
-    }
-}
-
-TEST(impersonate, a_missing_or_refused_token_fails_with_its_own_text)
-{
-    try {
-        win::impersonate(nullptr);
-        FAIL() << "no exception";
-    } catch (const exc::runtime_exc_t& e) {
-        EXPECT_STREQ("User credentials not specified or logon error", e.what());
-    }
-    win::CAccessToken token;
-    try {
-        win::logon_user(L"orasnap-no-such-user", protect("pw"), token);
-    } catch (const exc::win_sys_exc_t& e) {
-        // A real system refuses the unknown user already at logon.
-        EXPECT_NE(std::string::npos, e.plain_text().find("Failed to logon user [orasnap-no-such-user]"));
-        return;
-    }
-    ASSERT_NE(nullptr, token.handle());
-    try {
-        win::impersonate(token.handle());
-        win::revert();
-        FAIL() << "impersonation of an unknown user succeeded";
-    } catch (const exc::win_sys_exc_t& e) {
-        EXPECT_EQ(static_cast<uint32_t>(ERROR_INVALID_HANDLE), e.code());
-        EXPECT_NE(std::string::npos, e.plain_text().find("Failed to impersonate logged on user"));
-    }
-    EXPECT_FALSE(thread_is_impersonating());
+    const std::string domain_failure =
+        failure_text([&] { win::logon_user(L"CORP\\bob", protect("pw"), token, api); });
+    EXPECT_THAT(domain_failure, HasSubstr(exc::get_error_text(ERROR_LOGON_FAILURE)));
+    EXPECT_THAT(domain_failure, HasSubstr("Failed to logon user [CORP\\bob]"));
+    EXPECT_THAT(failure_text([&] { win::logon_user(L"bob@corp.example", protect("pw"), token, api); }),
+                HasSubstr("Failed to logon UPN user [bob@corp.example]"));
 }
 
 TEST(get_session, local_paths_log_nothing_and_unknown_shares_log_the_miss)
@@ -184,11 +145,10 @@ TEST(get_session, nested_sessions_impersonate_once_and_revert_with_the_outer_one
     EXPECT_EQ(0u, context->users->count());
     EXPECT_FALSE(thread_is_impersonating());
     const auto lines = capture.texts();
-    EXPECT_TRUE(contains(lines, "Found impersonation context for share [\\\\NEST-HOST\\share]."));
-    EXPECT_TRUE(contains(lines, "File operations for path '\\\\NEST-HOST\\share\\a.txt' will be "
-                                "performed under impersonation context."));
-    EXPECT_TRUE(contains(lines, "File operations for path '\\\\nest-host\\share\\b.txt' will be "
-                                "performed under impersonation context."));
+    EXPECT_THAT(lines, Contains("Found impersonation context for share [\\\\NEST-HOST\\share]."));
+    for (const char* path : {"\\\\NEST-HOST\\share\\a.txt", "\\\\nest-host\\share\\b.txt"})
+        EXPECT_THAT(lines, Contains(std::string("File operations for path '") + path +
+                                    "' will be performed under impersonation context."));
 }
 
 TEST(get_session, narrow_path_falls_back_to_utf8_when_the_ansi_reading_finds_nothing)
@@ -206,7 +166,7 @@ TEST(get_session, narrow_path_falls_back_to_utf8_when_the_ansi_reading_finds_not
     EXPECT_EQ(0u, lines[1].find("Found impersonation context for share [\\\\utf-host\\d"));
 }
 
-TEST(impersonation_session, failed_token_duplication_leaves_the_session_inactive_without_error)
+TEST(impersonation_session, failed_token_duplication_is_inactive_without_error_and_unknown_context_fails)
 {
     auto context = std::make_shared<win::impersonation_context_t>();
     context->token = win::shared_handle_t(reinterpret_cast<HANDLE>(0x1234), [](HANDLE) {});
@@ -218,27 +178,20 @@ TEST(impersonation_session, failed_token_duplication_leaves_the_session_inactive
     }
     EXPECT_EQ(0u, context->users->count());
     EXPECT_TRUE(capture.receiver->blocks.empty());
-}
 
-TEST(impersonation_session, unknown_security_context_fails_the_start)
-{
-    auto context = std::make_shared<win::impersonation_context_t>();
     context->kind = win::impersonation_kind_t::security_context;
     context->context_id = util::new_guid();
     const std::string id = util::wide_to_ansi(util::guid_to_str(context->context_id));
-    try {
-        win::win_impersonation_session_t session(context);
-        FAIL() << "no exception";
-    } catch (const exc::runtime_exc_t& e) {
-        EXPECT_EQ("Context '" + id + "' not found.\n--tr:Failed to impersonate user.", e.text());
-    }
+    EXPECT_EQ("Context '" + id + "' not found.\n--tr:Failed to impersonate user.",
+              failure_text([&] { win::win_impersonation_session_t session(context); }));
     context->context_id = GUID();
-    win::win_impersonation_session_t inert(context);
-    EXPECT_FALSE(inert.active());
+    EXPECT_FALSE(win::win_impersonation_session_t(context).active());
 }
 
-TEST(access_token, closes_its_token_when_replaced_and_when_it_goes)
+TEST(access_token, closes_its_token_when_replaced_and_when_it_goes_and_impersonates_only_a_token)
 {
+    EXPECT_EQ("User credentials not specified or logon error",
+              failure_text([] { win::impersonate(nullptr); }));
     HANDLE first = nullptr;
     HANDLE second = nullptr;
     ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &first));
