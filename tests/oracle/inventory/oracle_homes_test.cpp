@@ -159,7 +159,7 @@ TEST_F(OracleHomesTest, ValuesThatDontFitOrAreMalformedReadAsEmptyAndTheHomeStay
     EXPECT_EQ(orcl.homeName, L"");
 }
 
-TEST_F(OracleHomesTest, FirstOraSidAutostartStringOfTheHomeDecidesForAllItsInstancesWithZeroAsFalse)
+TEST_F(OracleHomesTest, OraSidAutostartStringOfTheHomeDecidesForAllItsInstancesWithZeroAsFalse)
 {
     AddHome(kHomeKey, kHome, L"OraDB19Home1");
     AddService(L"OracleServiceORCL", kHome + L"\\bin\\oracle.exe ORCL");
@@ -181,28 +181,6 @@ TEST_F(OracleHomesTest, FirstOraSidAutostartStringOfTheHomeDecidesForAllItsInsta
         EXPECT_EQ(found[1].isAutostart, autostart) << "value \"" << util::wide_to_utf8(text) << "\"";
     }
     EXPECT_TRUE(Find({}, false)[0].isAutostart) << "the option is off";
-
-    // "First" is the registry's own enumeration order.
-    sandbox.set_string(kHomeKey, L"ORA_ORCL_AUTOSTART", L"FALSE");
-    HKEY key = nullptr;
-    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, kHomeKey.c_str(), 0, KEY_READ, &key), 0);
-    bool expected = true;
-    wchar_t name[256];
-    for (DWORD index = 0;; ++index) {
-        DWORD length = 256;
-        if (RegEnumValueW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr) != 0)
-            break;
-        const std::wstring text(name, length);
-        if (text == L"ora_unrelated_autostart" || text == L"ORA_ORCL_AUTOSTART") {
-            expected = text == L"ora_unrelated_autostart";
-            break;
-        }
-    }
-    RegCloseKey(key);
-    const std::vector<SOracleSid> found = Find({}, true);
-    ASSERT_EQ(found.size(), 2u);
-    EXPECT_EQ(found[0].isAutostart, expected);
-    EXPECT_EQ(found[1].isAutostart, expected);
 }
 
 TEST_F(OracleHomesTest, SubkeyNameLongerThanTheBufferFailsTheWholeDiscovery)

@@ -62,50 +62,37 @@ private:
     HMODULE module_ = nullptr;
 };
 
-class VssThroughTheExport : public testing::Test {
-protected:
-    VssThroughTheExport()
-    {
-        machine.Registry().set_dword(L"SOFTWARE\\Brelm\\Brelm Safeguard",
-                                     L"OracleConnectionTimeout", 1);
-        const std::wstring wide = test::unique_sid(L"X");
-        sid = std::string(wide.begin(), wide.end());
-        writerName = L"OracleVssWriter" + wide;
-    }
-
-    bool Verdict()
-    {
-        bool functional = false;
-        std::wstring error;
-        EXPECT_EQ(library.CheckVssFunctionality(functional, error), S_OK) << error.c_str();
-        return functional;
-    }
-
-    CSimMachine machine;
-    CLibraryCopy library;
-    std::string sid;
-    std::wstring writerName;
-};
-
-TEST_F(VssThroughTheExport, DatabaseHangingOnLogonWithARunningWriterDisablesVssForTheProcess)
+// Each verdict comes from a copy of the library of its own, as the verdict is
+// kept for the life of the library.
+bool Verdict()
 {
-    machine.AddInstance(sid, "fault = kind=hang | at=session_begin");
-    test::test_service_t writer(writerName);
-    writer.start();
-
-    EXPECT_FALSE(Verdict());
-
-    writer.stop();
-    EXPECT_FALSE(Verdict());
+    bool functional = false;
+    std::wstring error;
+    EXPECT_EQ(CLibraryCopy().CheckVssFunctionality(functional, error), S_OK) << error.c_str();
+    return functional;
 }
 
-TEST_F(VssThroughTheExport, HangingDatabasesWithAStoppedWriterOrNoneLeaveVssEnabled)
+TEST(VssThroughTheExport, HangingDatabaseDisablesVssOnlyWhileItsWriterRunsAndTheVerdictIsKept)
 {
+    CSimMachine machine;
+    machine.Registry().set_dword(L"SOFTWARE\\Brelm\\Brelm Safeguard", L"OracleConnectionTimeout", 1);
+    const std::wstring wide = test::unique_sid(L"X");
+    const std::string sid(wide.begin(), wide.end());
     machine.AddInstance(sid, "fault = kind=hang | at=session_begin");
-    test::test_service_t writer(writerName);
     machine.AddInstance(sid + "S", "fault = kind=hang | at=status");
+    test::test_service_t writer(L"OracleVssWriter" + wide);
+    EXPECT_TRUE(Verdict()) << "the writer is stopped; the other database has none";
 
-    EXPECT_TRUE(Verdict());
+    writer.start();
+    CLibraryCopy library;
+    bool functional = true;
+    std::wstring error;
+    EXPECT_EQ(library.CheckVssFunctionality(functional, error), S_OK) << error.c_str();
+    EXPECT_FALSE(functional);
+    writer.stop();
+    functional = true;
+    EXPECT_EQ(library.CheckVssFunctionality(functional, error), S_OK) << error.c_str();
+    EXPECT_FALSE(functional) << "the verdict is kept";
 }
 
 } // namespace
