@@ -29,7 +29,6 @@ public:
 
     const std::wstring& HomePath() const { return homePath_; }
     test::registry_sandbox_t& Registry() { return registry_; }
-    const test::temp_folder_t& Folder() const { return folder_; }
 
 private:
     void WriteScenario() const;
