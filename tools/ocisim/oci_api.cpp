@@ -280,6 +280,25 @@ T* make() {
     return handle;
 }
 
+// The define or bind of `stmt` that `key` picks out, made on first use, now pointing at
+// the caller's buffer: a second call for the same position or name replaces the first.
+template <class T, class Key>
+T* point_at(Stmt* stmt, std::vector<T*>& slots, Key T::*field, const Key& key, void* value, sb4 size, ub2 dty) {
+    T* slot = nullptr;
+    for (T* existing : slots)
+        if (existing->*field == key) slot = existing;
+    if (!slot) {
+        slot = make<T>();
+        slot->stmt = stmt;
+        slot->*field = key;
+        slots.push_back(slot);
+    }
+    slot->value = value;
+    slot->size = size;
+    slot->dty = dty;
+    return slot;
+}
+
 void clear(ErrorRecord& error) {
     error.code = 0;
     error.text.clear();
@@ -396,6 +415,44 @@ sword fetch_one(Stmt* stmt, Err* err) {
     }
     if (stmt->next >= stmt->result.rows.size()) return OCI_NO_DATA;
     return deliver_row(stmt, err, stmt->result.rows[stmt->next++]);
+}
+
+// Runs `operation` on an engine for the instance `sid` under the world's lock, and saves the
+// world when the operation changed it.
+template <class Operation>
+void with_engine(const std::string& sid, SessionRights rights, Operation operation) {
+    Simulator& sim = simulator();
+    std::lock_guard<std::mutex> guard(sim.lock);
+    Instance* instance = sim.world.find(sid);
+    if (!instance) throw OraError(3113);
+    Engine engine(*instance, rights);
+    operation(engine, *instance);
+    if (engine.changed()) save_locked(sim);
+}
+
+// A startup or shutdown call: journaled as `point` with `details`, refused with 24300 when
+// its arguments aren't `valid`, then `operation` runs on the session's instance after the
+// round trip and any fault declared for `point`.
+template <class Operation>
+sword instance_call(OCISvcCtx* svchp, OCIError* errhp, const std::string& point, const std::string& details,
+                    bool valid, Operation operation) {
+    SvcCtx* svc = as<SvcCtx>(svchp, OCI_HTYPE_SVCCTX);
+    Err* err = as<Err>(errhp, OCI_HTYPE_ERROR);
+    if (!svc || !err) return OCI_INVALID_HANDLE;
+    clear(err->error);
+    const std::string sid = svc->server ? svc->server->sid : "";
+    journal(point + " sid=" + sid + details);
+    try {
+        if (!svc->server || !svc->server->attached) throw OraError(3114);
+        if (!svc->session || !svc->session->begun) throw OraError(1012);
+        if (!valid) throw OraError(24300);
+        round_trip(sid);
+        act_on(find_fault(sid, point, ""), sid);
+        with_engine(sid, svc->session->rights, operation);
+    } catch (const OraError& e) {
+        return fail(err, sid, e);
+    }
+    return OCI_SUCCESS;
 }
 
 }  // namespace
@@ -632,18 +689,7 @@ sword OCIDefineByPos(OCIStmt* stmtp, OCIDefine** defnpp, OCIError* errhp, ub4 po
     if (dty != SQLT_STR && dty != SQLT_CHR && dty != SQLT_INT)
         return fail(err, "", OraError(932, "ORA-00932: inconsistent datatypes"));
     if (mode != OCI_DEFAULT) return fail(err, "", OraError(24300));
-    Define* define = nullptr;
-    for (Define* existing : stmt->defines)
-        if (existing->position == position) define = existing;
-    if (!define) {
-        define = make<Define>();
-        define->stmt = stmt;
-        define->position = position;
-        stmt->defines.push_back(define);
-    }
-    define->value = valuep;
-    define->size = value_sz;
-    define->dty = dty;
+    Define* define = point_at(stmt, stmt->defines, &Define::position, position, valuep, value_sz, dty);
     define->indicator = static_cast<sb2*>(indp);
     define->length = rlenp;
     define->code = rcodep;
@@ -670,18 +716,7 @@ sword OCIBindByName(OCIStmt* stmtp, OCIBind** bindpp, OCIError* errhp, const Ora
     if (std::find(names.begin(), names.end(), name) == names.end()) return fail(err, "", OraError(1036));
     if (dty != SQLT_STR && dty != SQLT_INT) return fail(err, "", OraError(932, "ORA-00932: inconsistent datatypes"));
     if (maxarr_len != 0 || mode != OCI_DEFAULT) return fail(err, "", OraError(24300));
-    Bind* bind = nullptr;
-    for (Bind* existing : stmt->binds)
-        if (existing->name == name) bind = existing;
-    if (!bind) {
-        bind = make<Bind>();
-        bind->stmt = stmt;
-        bind->name = name;
-        stmt->binds.push_back(bind);
-    }
-    bind->value = valuep;
-    bind->size = value_sz;
-    bind->dty = dty;
+    Bind* bind = point_at(stmt, stmt->binds, &Bind::name, name, valuep, value_sz, dty);
     journal("bind name=" + given + " value=" +
             (dty == SQLT_STR ? journal_escape(bound_text(*bind)) : std::to_string(bound_number(*bind))));
     *bindpp = reinterpret_cast<OCIBind*>(bind);
@@ -732,13 +767,8 @@ sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iter
         } else {
             act_on(hit, sid);
         }
-        Simulator& sim = simulator();
-        std::lock_guard<std::mutex> guard(sim.lock);
-        Instance* instance = sim.world.find(sid);
-        if (!instance) throw OraError(3113);
-        Engine engine(*instance, svc->session->rights);
-        stmt->result = engine.execute(stmt->text, binds);
-        if (engine.changed()) save_locked(sim);
+        with_engine(sid, svc->session->rights,
+                    [&](Engine& engine, const Instance&) { stmt->result = engine.execute(stmt->text, binds); });
     } catch (const OraError& e) {
         return fail(err, sid, e);
     }
@@ -791,58 +821,18 @@ sword OCIErrorGet(void* hndlp, ub4 recordno, OraText* sqlstate, sb4* errcodep, O
 }
 
 sword OCIDBStartup(OCISvcCtx* svchp, OCIError* errhp, OCIAdmin* admhp, ub4 mode, ub4 flags) {
-    SvcCtx* svc = as<SvcCtx>(svchp, OCI_HTYPE_SVCCTX);
-    Err* err = as<Err>(errhp, OCI_HTYPE_ERROR);
-    if (!svc || !err) return OCI_INVALID_HANDLE;
-    clear(err->error);
-    const std::string sid = svc->server ? svc->server->sid : "";
-    journal("startup sid=" + sid);
-    try {
-        if (!svc->server || !svc->server->attached) throw OraError(3114);
-        if (!svc->session || !svc->session->begun) throw OraError(1012);
-        if (admhp || mode != OCI_DEFAULT || (flags & ~(OCI_DBSTARTUPFLAG_FORCE | OCI_DBSTARTUPFLAG_RESTRICT)))
-            throw OraError(24300);
-        round_trip(sid);
-        act_on(find_fault(sid, "startup", ""), sid);
-        Simulator& sim = simulator();
-        std::lock_guard<std::mutex> guard(sim.lock);
-        Instance* instance = sim.world.find(sid);
-        if (!instance) throw OraError(3113);
-        Engine engine(*instance, svc->session->rights);
-        if ((flags & OCI_DBSTARTUPFLAG_FORCE) && to_upper(instance->get("status")) != "DOWN")
+    const bool valid =
+        !admhp && mode == OCI_DEFAULT && !(flags & ~(OCI_DBSTARTUPFLAG_FORCE | OCI_DBSTARTUPFLAG_RESTRICT));
+    return instance_call(svchp, errhp, "startup", "", valid, [flags](Engine& engine, const Instance& instance) {
+        if ((flags & OCI_DBSTARTUPFLAG_FORCE) && to_upper(instance.get("status")) != "DOWN")
             engine.shutdown(OCI_DBSHUTDOWN_ABORT);
         engine.startup();
-        save_locked(sim);
-    } catch (const OraError& e) {
-        return fail(err, sid, e);
-    }
-    return OCI_SUCCESS;
+    });
 }
 
 sword OCIDBShutdown(OCISvcCtx* svchp, OCIError* errhp, OCIAdmin* admhp, ub4 mode) {
-    SvcCtx* svc = as<SvcCtx>(svchp, OCI_HTYPE_SVCCTX);
-    Err* err = as<Err>(errhp, OCI_HTYPE_ERROR);
-    if (!svc || !err) return OCI_INVALID_HANDLE;
-    clear(err->error);
-    const std::string sid = svc->server ? svc->server->sid : "";
-    journal("shutdown sid=" + sid + " mode=" + shutdown_name(mode));
-    try {
-        if (!svc->server || !svc->server->attached) throw OraError(3114);
-        if (!svc->session || !svc->session->begun) throw OraError(1012);
-        if (admhp) throw OraError(24300);
-        round_trip(sid);
-        act_on(find_fault(sid, "shutdown", ""), sid);
-        Simulator& sim = simulator();
-        std::lock_guard<std::mutex> guard(sim.lock);
-        Instance* instance = sim.world.find(sid);
-        if (!instance) throw OraError(3113);
-        Engine engine(*instance, svc->session->rights);
-        engine.shutdown(mode);
-        if (engine.changed()) save_locked(sim);
-    } catch (const OraError& e) {
-        return fail(err, sid, e);
-    }
-    return OCI_SUCCESS;
+    return instance_call(svchp, errhp, "shutdown", " mode=" + shutdown_name(mode), !admhp,
+                         [mode](Engine& engine, const Instance&) { engine.shutdown(mode); });
 }
 
 }  // extern "C"

@@ -251,40 +251,15 @@ const std::vector<Engine::Rule>& Engine::rules() {
              return query(2, rows);
          }},
         {"SELECT F.MEMBER, L.BYTES FROM V$LOG L, V$LOGFILE F WHERE L.GROUP# = F.GROUP#",
-         [](Engine& e, Args, Binds&) {
-             e.need_mounted();
-             Rows rows;
-             for (const Record* f : e.instance_.records("redolog")) rows.push_back({f->get("member"), f->get("bytes")});
-             return query(2, rows);
-         }},
+         [](Engine& e, Args, Binds&) { return e.listing(&Engine::need_mounted, "redolog", {"member", "bytes"}); }},
         {"SELECT MEMBER, GROUP# FROM V$LOGFILE",
-         [](Engine& e, Args, Binds&) {
-             e.need_mounted();
-             Rows rows;
-             for (const Record* f : e.instance_.records("redolog")) rows.push_back({f->get("member"), f->get("group")});
-             return query(2, rows);
-         }},
+         [](Engine& e, Args, Binds&) { return e.listing(&Engine::need_mounted, "redolog", {"member", "group"}); }},
         {"SELECT NAME, BYTES FROM V$DATAFILE",
-         [](Engine& e, Args, Binds&) {
-             e.need_mounted();
-             Rows rows;
-             for (const Record* f : e.instance_.records("datafile")) rows.push_back({f->get("name"), f->get("bytes")});
-             return query(2, rows);
-         }},
+         [](Engine& e, Args, Binds&) { return e.listing(&Engine::need_mounted, "datafile", {"name", "bytes"}); }},
         {"SELECT NAME, BYTES FROM V$TEMPFILE",
-         [](Engine& e, Args, Binds&) {
-             e.need_mounted();
-             Rows rows;
-             for (const Record* f : e.instance_.records("tempfile")) rows.push_back({f->get("name"), f->get("bytes")});
-             return query(2, rows);
-         }},
+         [](Engine& e, Args, Binds&) { return e.listing(&Engine::need_mounted, "tempfile", {"name", "bytes"}); }},
         {"SELECT STATUS FROM V$BACKUP",
-         [](Engine& e, Args, Binds&) {
-             e.need_mounted();
-             Rows rows;
-             for (const Record* f : e.instance_.records("datafile")) rows.push_back({f->get("backup")});
-             return query(1, rows);
-         }},
+         [](Engine& e, Args, Binds&) { return e.listing(&Engine::need_mounted, "datafile", {"backup"}); }},
         {"SELECT NAME FROM V$RECOVERY_FILE_DEST",
          [](Engine& e, Args, Binds&) {
              e.need_mounted();
@@ -300,19 +275,9 @@ const std::vector<Engine::Rule>& Engine::rules() {
 
         // Plugged databases
         {"SELECT NAME, GUID FROM V$PDBS",
-         [](Engine& e, Args, Binds&) {
-             e.need_pdbs();
-             Rows rows;
-             for (const Record* p : e.instance_.records("pdb")) rows.push_back({p->get("name"), p->get("guid")});
-             return query(2, rows);
-         }},
+         [](Engine& e, Args, Binds&) { return e.listing(&Engine::need_pdbs, "pdb", {"name", "guid"}); }},
         {"SELECT NAME, OPEN_MODE FROM V$PDBS",
-         [](Engine& e, Args, Binds&) {
-             e.need_pdbs();
-             Rows rows;
-             for (const Record* p : e.instance_.records("pdb")) rows.push_back({p->get("name"), p->get("open_mode")});
-             return query(2, rows);
-         }},
+         [](Engine& e, Args, Binds&) { return e.listing(&Engine::need_pdbs, "pdb", {"name", "open_mode"}); }},
         {"SELECT OPEN_MODE FROM V$PDBS WHERE NAME = '%1'",
          [](Engine& e, Args a, Binds&) {
              e.need_pdbs();
@@ -325,12 +290,7 @@ const std::vector<Engine::Rule>& Engine::rules() {
 
         // Archived logs
         {"SELECT SEQUENCE#, NAME FROM V$ARCHIVED_LOG",
-         [](Engine& e, Args, Binds&) {
-             e.need_mounted();
-             Rows rows;
-             for (const Record* l : e.instance_.records("archived_log")) rows.push_back({l->get("sequence"), l->get("name")});
-             return query(2, rows);
-         }},
+         [](Engine& e, Args, Binds&) { return e.listing(&Engine::need_mounted, "archived_log", {"sequence", "name"}); }},
         {"SELECT MAX(SEQUENCE#) FROM V$ARCHIVED_LOG WHERE STATUS != 'D'",
          [](Engine& e, Args, Binds&) {
              e.need_mounted();
@@ -401,6 +361,18 @@ const std::vector<Engine::Rule>& Engine::rules() {
         {"BEGIN\n UTL_FILE.FREMOVE('%1', '%2');\n END;", [](Engine& e, Args a, Binds&) { return e.remove_file(a[0], a[1]); }},
     };
     return all;
+}
+
+// One row a record of `kind`, its columns the given fields, once `need` lets the query run.
+ResultSet Engine::listing(void (Engine::*need)() const, const std::string& kind,
+                          const std::vector<std::string>& fields) const {
+    (this->*need)();
+    Rows rows;
+    for (const Record* record : instance_.records(kind)) {
+        rows.emplace_back();
+        for (const std::string& field : fields) rows.back().push_back(record->get(field));
+    }
+    return query(fields.size(), rows);
 }
 
 ResultSet Engine::execute(const std::string& text, Binds& binds) {

@@ -85,6 +85,7 @@ private:
     std::string directory_file(const std::string& name, const std::string& file) const;
     bool asm_file(const std::string& name, std::int64_t& type, std::int64_t& blocks, std::int64_t& blockSize) const;
 
+    ResultSet listing(void (Engine::*need)() const, const std::string& kind, const std::vector<std::string>& fields) const;
     ResultSet archived_logs(const std::vector<std::string>& args, int shape);
     ResultSet alter_database(const std::string& action);
     ResultSet archive_log(bool all);
