@@ -248,35 +248,27 @@ protected:
     testing_support::log_capture_t capture;
 };
 
-TEST_F(LogSetup, StartedLogWritesItsStartMessagesIntoTheFile)
-{
-    const std::string path = file("sub\\agent.log");
-    logging::setup_log(path, true, true);
-    EXPECT_TRUE(logging::log_quiet());
-    const auto receiver = logging::get_log()->receiver();
-    ASSERT_TRUE(receiver);
-    EXPECT_EQ(path, receiver->path());
-    EXPECT_TRUE(logging::get_log()->started());
-
-    const std::string text = read_file(path);
-    EXPECT_THAT(text, HasSubstr("> cli| LOG: Initializing log file ...\r\n"));
-    logging::get_log()->set_receiver(nullptr);
-}
-
-TEST_F(LogSetup, LogThatCannotStartLeavesTheReceiverAndReportsWhy)
+TEST_F(LogSetup, LogThatCannotStartLeavesTheReceiverAndReportsWhyAndAStartedOneWritesIntoItsFile)
 {
     write_file(file("blocker"), "a file where a folder should be");
-    const std::string path = file("blocker\\logs\\agent.log");
-
-    logging::setup_log(path, false, true);
-
+    const std::string blocked = file("blocker\\logs\\agent.log");
+    logging::setup_log(blocked, false, true);
     EXPECT_FALSE(logging::log_quiet());
     EXPECT_EQ(capture.receiver, logging::get_log()->receiver());
     const auto texts = capture.texts();
     ASSERT_GE(texts.size(), 3u);
     EXPECT_EQ("cli| LOG: Initializing log file ...", texts[0]);
-    EXPECT_EQ("cli| Error: Failed to initialize log [" + path + "].", texts[1]);
+    EXPECT_EQ("cli| Error: Failed to initialize log [" + blocked + "].", texts[1]);
     EXPECT_THAT(texts[2], HasSubstr("cli| Error: "));
+
+    const std::string path = file("sub\\agent.log");
+    logging::setup_log(path, true, true);
+    EXPECT_TRUE(logging::log_quiet());
+    ASSERT_TRUE(logging::get_log()->receiver());
+    EXPECT_EQ(path, logging::get_log()->receiver()->path());
+    EXPECT_TRUE(logging::get_log()->started());
+    EXPECT_THAT(read_file(path), HasSubstr("> cli| LOG: Initializing log file ...\r\n"));
+    logging::get_log()->set_receiver(nullptr);
 }
 
 TEST_F(LogSetup, EmptyPathLogsToStandardOutputBetweenSlashLines)

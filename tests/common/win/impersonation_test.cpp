@@ -53,21 +53,16 @@ bool thread_is_impersonating()
     return true;
 }
 
-win::shared_handle_t process_token()
+// Makes the process token the impersonation context of `share`.
+std::shared_ptr<win::impersonation_context_t> register_token_context(const std::wstring& share)
 {
     HANDLE token = nullptr;
     EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(),
                                  TOKEN_DUPLICATE | TOKEN_QUERY | TOKEN_IMPERSONATE, &token));
-    return win::make_shared_handle(token);
-}
-
-std::shared_ptr<win::impersonation_context_t> register_token_context(const std::wstring& share,
-                                                                     win::shared_handle_t token)
-{
     auto context = std::make_shared<win::impersonation_context_t>();
     context->kind = win::impersonation_kind_t::token;
     context->share = share;
-    context->token = std::move(token);
+    context->token = win::make_shared_handle(token);
     util::get_lib_ctx()->tokens.insert(context);
     return context;
 }
@@ -85,7 +80,7 @@ TEST(share_of_path, plain_and_long_unc_forms_name_the_same_share_and_local_paths
         EXPECT_EQ(L"", win::share_of_path(path)) << util::wide_to_utf8(path);
 }
 
-TEST(logon_user, domain_upn_and_local_names_log_on_interactively_with_the_decoded_password)
+TEST(logon_user, domain_upn_and_local_names_log_on_interactively_with_the_decoded_password_and_failures_name_the_user)
 {
     recording_logon_api_t api;
     win::CAccessToken token;
@@ -96,13 +91,8 @@ TEST(logon_user, domain_upn_and_local_names_log_on_interactively_with_the_decode
     EXPECT_EQ((std::vector<std::wstring>{L"bob|CORP|s3cr\u00e9t|2|0", L"bob@corp.example|<null>|pw|2|0",
                                          L"bob|.||2|0", L"bob@corp.example|CORP|pw|2|0"}),
               api.calls);
-}
 
-TEST(logon_user, failures_name_the_user_as_given_with_the_system_text)
-{
-    recording_logon_api_t api;
     api.error = ERROR_LOGON_FAILURE;
-    win::CAccessToken token;
     const std::string domain_failure =
         failure_text([&] { win::logon_user(L"CORP\\bob", protect("pw"), token, api); });
     EXPECT_THAT(domain_failure, HasSubstr(exc::get_error_text(ERROR_LOGON_FAILURE)));
@@ -126,7 +116,7 @@ TEST(get_session, local_paths_log_nothing_and_unknown_shares_log_the_miss)
 
 TEST(get_session, nested_sessions_impersonate_once_and_revert_with_the_outer_one)
 {
-    auto context = register_token_context(L"\\\\nest-host\\Share", process_token());
+    auto context = register_token_context(L"\\\\nest-host\\Share");
     log_capture_t capture;
     {
         auto outer = win::get_session(std::wstring(L"\\\\NEST-HOST\\share\\a.txt"));
@@ -153,7 +143,7 @@ TEST(get_session, nested_sessions_impersonate_once_and_revert_with_the_outer_one
 
 TEST(get_session, narrow_path_falls_back_to_utf8_when_the_ansi_reading_finds_nothing)
 {
-    auto context = register_token_context(L"\\\\utf-host\\d\u00e9p\u00f4t", process_token());
+    auto context = register_token_context(L"\\\\utf-host\\d\u00e9p\u00f4t");
     log_capture_t capture;
     {
         auto session = win::get_session(std::string("\\\\utf-host\\d\xc3\xa9p\xc3\xb4t\\f.txt"));
