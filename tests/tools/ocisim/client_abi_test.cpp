@@ -18,52 +18,44 @@ namespace {
 
 using namespace abi;
 
-struct Api {
-    sword (*EnvCreate)(OCIEnv**, ub4, const void*, void* (*)(void*, size_t), void* (*)(void*, void*, size_t),
-                       void (*)(void*, void*), size_t, void**);
-    sword (*HandleAlloc)(const void*, void**, ub4, size_t, void**);
-    sword (*HandleFree)(void*, ub4);
-    sword (*ServerAttach)(OCIServer*, OCIError*, const OraText*, sb4, ub4);
-    sword (*ServerDetach)(OCIServer*, OCIError*, ub4);
-    sword (*AttrSet)(void*, ub4, void*, ub4, ub4, OCIError*);
-    sword (*SessionBegin)(OCISvcCtx*, OCIError*, OCISession*, ub4, ub4);
-    sword (*SessionEnd)(OCISvcCtx*, OCIError*, OCISession*, ub4);
-    sword (*StmtPrepare)(OCIStmt*, OCIError*, const OraText*, ub4, ub4, ub4);
-    sword (*DefineByPos)(OCIStmt*, OCIDefine**, OCIError*, ub4, void*, sb4, ub2, void*, ub2*, ub2*, ub4);
-    sword (*BindByName)(OCIStmt*, OCIBind**, OCIError*, const OraText*, sb4, void*, sb4, ub2, void*, ub2*, ub2*, ub4,
-                        ub4*, ub4);
-    sword (*StmtExecute)(OCISvcCtx*, OCIStmt*, OCIError*, ub4, ub4, const OCISnapshot*, OCISnapshot*, ub4);
-    sword (*StmtFetch2)(OCIStmt*, OCIError*, ub4, ub2, sb4, ub4);
-    sword (*ErrorGet)(void*, ub4, OraText*, sb4*, OraText*, ub4, ub4);
+// An export of OCI.dll, looked up by name and taken as the function pointer type it is
+// assigned to.
+struct Export {
+    const char* name;
+
+    template <class F>
+    operator F*() const {
+        static const HMODULE module = LoadLibraryW(L"OCI.dll");
+        if (!module) throw std::runtime_error("OCI.dll not found beside the test");
+        void* address = reinterpret_cast<void*>(GetProcAddress(module, name));
+        if (!address) throw std::runtime_error(std::string("OCI.dll has no export ") + name);
+        return reinterpret_cast<F*>(address);
+    }
 };
 
-template <class F>
-void bind_export(HMODULE module, F& target, const char* name) {
-    target = reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(module, name)));
-    if (!target) throw std::runtime_error(std::string("OCI.dll has no export ") + name);
-}
+struct Api {
+    sword (*EnvCreate)(OCIEnv**, ub4, const void*, void* (*)(void*, size_t), void* (*)(void*, void*, size_t),
+                       void (*)(void*, void*), size_t, void**) = Export{"OCIEnvCreate"};
+    sword (*HandleAlloc)(const void*, void**, ub4, size_t, void**) = Export{"OCIHandleAlloc"};
+    sword (*HandleFree)(void*, ub4) = Export{"OCIHandleFree"};
+    sword (*ServerAttach)(OCIServer*, OCIError*, const OraText*, sb4, ub4) = Export{"OCIServerAttach"};
+    sword (*ServerDetach)(OCIServer*, OCIError*, ub4) = Export{"OCIServerDetach"};
+    sword (*AttrSet)(void*, ub4, void*, ub4, ub4, OCIError*) = Export{"OCIAttrSet"};
+    sword (*SessionBegin)(OCISvcCtx*, OCIError*, OCISession*, ub4, ub4) = Export{"OCISessionBegin"};
+    sword (*SessionEnd)(OCISvcCtx*, OCIError*, OCISession*, ub4) = Export{"OCISessionEnd"};
+    sword (*StmtPrepare)(OCIStmt*, OCIError*, const OraText*, ub4, ub4, ub4) = Export{"OCIStmtPrepare"};
+    sword (*DefineByPos)(OCIStmt*, OCIDefine**, OCIError*, ub4, void*, sb4, ub2, void*, ub2*, ub2*,
+                         ub4) = Export{"OCIDefineByPos"};
+    sword (*BindByName)(OCIStmt*, OCIBind**, OCIError*, const OraText*, sb4, void*, sb4, ub2, void*, ub2*, ub2*, ub4,
+                        ub4*, ub4) = Export{"OCIBindByName"};
+    sword (*StmtExecute)(OCISvcCtx*, OCIStmt*, OCIError*, ub4, ub4, const OCISnapshot*, OCISnapshot*,
+                         ub4) = Export{"OCIStmtExecute"};
+    sword (*StmtFetch2)(OCIStmt*, OCIError*, ub4, ub2, sb4, ub4) = Export{"OCIStmtFetch2"};
+    sword (*ErrorGet)(void*, ub4, OraText*, sb4*, OraText*, ub4, ub4) = Export{"OCIErrorGet"};
+};
 
 const Api& api() {
-    static const Api table = [] {
-        HMODULE module = LoadLibraryW(L"OCI.dll");
-        if (!module) throw std::runtime_error("OCI.dll not found beside the test");
-        Api a{};
-        bind_export(module, a.EnvCreate, "OCIEnvCreate");
-        bind_export(module, a.HandleAlloc, "OCIHandleAlloc");
-        bind_export(module, a.HandleFree, "OCIHandleFree");
-        bind_export(module, a.ServerAttach, "OCIServerAttach");
-        bind_export(module, a.ServerDetach, "OCIServerDetach");
-        bind_export(module, a.AttrSet, "OCIAttrSet");
-        bind_export(module, a.SessionBegin, "OCISessionBegin");
-        bind_export(module, a.SessionEnd, "OCISessionEnd");
-        bind_export(module, a.StmtPrepare, "OCIStmtPrepare");
-        bind_export(module, a.DefineByPos, "OCIDefineByPos");
-        bind_export(module, a.BindByName, "OCIBindByName");
-        bind_export(module, a.StmtExecute, "OCIStmtExecute");
-        bind_export(module, a.StmtFetch2, "OCIStmtFetch2");
-        bind_export(module, a.ErrorGet, "OCIErrorGet");
-        return a;
-    }();
+    static const Api table;
     return table;
 }
 
@@ -189,7 +181,6 @@ class ClientTest : public ::testing::Test {
 protected:
     void SetUp() override {
         db_ = &add_typical_database(world_, "ORCL", std::filesystem::path(dir_.path()).u8string());
-        create_log_files(*db_);
         SetEnvironmentVariableW(L"OCISIM_SCENARIO", dir_.file(L"scenario.txt").c_str());
         SetEnvironmentVariableW(L"OCISIM_JOURNAL", dir_.file(L"journal.txt").c_str());
         SetEnvironmentVariableW(L"OCISIM_STATE", nullptr);
