@@ -1,4 +1,4 @@
-#include "sim_world.h"
+#include "support/ocisim_world.h"
 
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/session_holder.h"
@@ -74,13 +74,13 @@ TEST(OracleClientLibrary, MissingLibraryEndsAsSessionCreateErrorWithItsLogLine)
     ASSERT_TRUE(CopyFileW(own_path().c_str(), copy.c_str(), TRUE));
     std::wstring commandLine =
         L"\"" + copy + L"\" --gtest_filter=OracleClientLibrary.MissingLibraryEndsAsSessionCreateErrorWithItsLogLine";
-    oracle_client_test::set_process_env(kChildMarkerVariable, childMarker);
+    test::set_process_env(kChildMarkerVariable, childMarker);
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process = {};
     const BOOL started = CreateProcessW(copy.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0,
                                         nullptr, folder.path().c_str(), &startup, &process);
-    oracle_client_test::set_process_env(kChildMarkerVariable, L"");
+    test::set_process_env(kChildMarkerVariable, L"");
     ASSERT_TRUE(started) << GetLastError();
     EXPECT_EQ(WaitForSingleObject(process.hProcess, 60000), WAIT_OBJECT_0);
     DWORD exitCode = 1;

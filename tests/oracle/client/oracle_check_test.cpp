@@ -1,4 +1,4 @@
-#include "sim_world.h"
+#include "support/ocisim_world.h"
 
 #include "oracle/client/oracle_env.h"
 #include "oracle/client/oracle_exc.h"
@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 using namespace specific::oracle;
-using oracle_client_test::CSimWorld;
+using CSimWorld = test::ocisim_world_t;
 
 TEST(OracleCheck, ServerErrorsKeepCodeAndTextOtherFailuresAreUnexpectedAndInfoOrNoDataPass)
 {

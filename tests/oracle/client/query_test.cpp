@@ -1,4 +1,4 @@
-#include "sim_world.h"
+#include "support/ocisim_world.h"
 
 #include "oracle/client/cmd_exec.h"
 #include "oracle/client/oracle_exc.h"
@@ -17,7 +17,7 @@
 #include <regex>
 
 using namespace specific::oracle;
-using oracle_client_test::CSimWorld;
+using CSimWorld = test::ocisim_world_t;
 using testing::ElementsAre;
 
 namespace {
@@ -36,7 +36,7 @@ std::shared_ptr<COracleSession> logon()
 
 std::vector<std::string> sql_lines(const CSimWorld& world)
 {
-    return world.JournalStarting({"sql ", "bind "});
+    return world.journal_starting({"sql ", "bind "});
 }
 
 } // namespace
@@ -57,7 +57,7 @@ TEST(OracleQuery, RowsWithNullOrTruncatedValuesAreDroppedWholeAndOthersWidenedBy
     CSimWorld world("[instance ORCL]\n" + listener("a", "1") + listener("b", "2") + listener("c", "3") +
                     "fault = kind=fetch_fail | text=V$PARAMETER | after=2\n");
     EXPECT_EQ(logon()->NewQuery()->Exec(kListeners, 2, false)->rows.size(), 2u) << "a failing fetch ends the rows";
-    EXPECT_THAT(world.Journal(), testing::Contains("fault sid=ORCL kind=fetch_fail at=fetch"));
+    EXPECT_THAT(world.journal(), testing::Contains("fault sid=ORCL kind=fetch_fail at=fetch"));
 }
 
 TEST(OracleQuery, EmptyResultsGiveNoRowsAndFailuresCarryTheirLinesAndTheServerCode)

@@ -1,4 +1,4 @@
-#include "sim_world.h"
+#include "support/ocisim_world.h"
 
 #include "oracle/client/instance_status.h"
 #include "oracle/client/oracle_exc.h"
@@ -15,7 +15,7 @@
 #include <functional>
 
 using namespace specific::oracle;
-using oracle_client_test::CSimWorld;
+using CSimWorld = test::ocisim_world_t;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
@@ -70,9 +70,9 @@ TEST(OracleSessionHolder, SysdbaByOsAuthenticationNamesTheInstanceAndEndsCleanly
         EXPECT_EQ(env_value(L"ORACLE_HOME"), L"C:\\oracle\\home1");
         EXPECT_EQ(session->GetDbName(), L"ORCL");
     }
-    EXPECT_THAT(world.Journal(), Contains("attach sid=ORCL"));
-    EXPECT_THAT(world.JournalStarting({"logon"}), ElementsAre("logon sid=ORCL mode=SYSDBA cred=EXT"));
-    EXPECT_THAT(world.JournalAfter("sql sid=ORCL text=SELECT NAME FROM V$DATABASE"),
+    EXPECT_THAT(world.journal(), Contains("attach sid=ORCL"));
+    EXPECT_THAT(world.journal_starting({"logon"}), ElementsAre("logon sid=ORCL mode=SYSDBA cred=EXT"));
+    EXPECT_THAT(world.journal_after("sql sid=ORCL text=SELECT NAME FROM V$DATABASE"),
                 ElementsAre("free htype=6", "free htype=4", "logoff sid=ORCL", "detach sid=ORCL", "free htype=9",
                             "free htype=8", "free htype=3", "free htype=2", "free htype=1"));
 }
@@ -90,7 +90,7 @@ TEST(OracleSessionHolder, RefusedSysdbaWithALoginFallsBackOnceToThePlainOrPrelim
     } catch (const std::exception&) {
         // The outcome of the preliminary fallback is the server's business here.
     }
-    EXPECT_THAT(world.JournalStarting({"logon"}),
+    EXPECT_THAT(world.journal_starting({"logon"}),
                 ElementsAre("logon sid=ORCL mode=SYSDBA cred=RDBMS login=system",
                             "logon sid=ORCL mode=DEFAULT cred=RDBMS login=system",
                             "logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=RDBMS login=system",
@@ -116,7 +116,7 @@ TEST(OracleSessionHolder, RefusedOsAuthenticationIsNotRetriedAndTheForgivingFact
     EXPECT_THAT(text, HasSubstr("Oracle error has occurred. ORA-01031"));
     EXPECT_THAT(text, HasSubstr("--tr:Failed to create oracle session.\n--tr:Failed to create oracle "
                                 "session holder. SID: ORCL."));
-    EXPECT_EQ(world.JournalStarting({"logon"}).size(), 1u);
+    EXPECT_EQ(world.journal_starting({"logon"}).size(), 1u);
     EXPECT_THAT(log.texts(), Each(testing::Not(HasSubstr("Connecting by default"))));
 
     SOracleSid good;
@@ -140,7 +140,7 @@ TEST(OracleSessionHolder, HangInAttachOrSessionBeginEndsInTimeoutAndLeavesTheHan
         EXPECT_GE(took, 900u) << point;
         EXPECT_EQ(text, "Failed to wait oracle session initialization\n"
                         "--tr:Failed to create oracle session holder. SID: ORCL.");
-        EXPECT_THAT(world.JournalAfter("fault sid=ORCL kind=hang at=" + point),
+        EXPECT_THAT(world.journal_after("fault sid=ORCL kind=hang at=" + point),
                     ElementsAre("free htype=2"));
     }
 }
@@ -176,7 +176,7 @@ TEST(OracleInstanceStatus, HangInStatusQueryEndsInTimeoutAndAbandonsTheSession)
                         "--tr:OracleSession: failed to check if instance is open.");
         EXPECT_TRUE(session->abandoned);
     }
-    EXPECT_THAT(world.JournalAfter("fault sid=ORCL kind=hang at=status"), Each("free htype=2"));
+    EXPECT_THAT(world.journal_after("fault sid=ORCL kind=hang at=status"), Each("free htype=2"));
 }
 
 TEST(OracleInstanceStatus, StatusTextsDecideOpenAndActive)
@@ -213,10 +213,10 @@ TEST(OracleSessionLifecycle, DownInstanceIsReportedThenStartedOpenedAndShutDown)
         COracleSessionHolder idle(L"ORCL", L"C:\\h", {}, true);
         idle.GetSession()->Startup();
     }
-    EXPECT_TRUE(world.JournalStarting({"sql"}).empty());
-    EXPECT_THAT(world.JournalStarting({"logon"}),
+    EXPECT_TRUE(world.journal_starting({"sql"}).empty());
+    EXPECT_THAT(world.journal_starting({"logon"}),
                 ElementsAre("logon sid=ORCL mode=SYSDBA cred=EXT", "logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=EXT"));
-    EXPECT_THAT(world.Journal(), Contains("startup sid=ORCL"));
+    EXPECT_THAT(world.journal(), Contains("startup sid=ORCL"));
     {
         COracleSessionHolder started(L"ORCL", L"C:\\h", {}, false);
         EXPECT_FALSE(status.IsInstanceOpen(started.GetSession(), false));
@@ -224,7 +224,7 @@ TEST(OracleSessionLifecycle, DownInstanceIsReportedThenStartedOpenedAndShutDown)
         EXPECT_TRUE(status.IsInstanceOpen(started.GetSession(), false));
         started.GetSession()->Shutdown();
     }
-    EXPECT_THAT(world.JournalStarting({"shutdown", "sql sid=ORCL text=ALTER DATABASE C", "sql sid=ORCL text=ALTER DATABASE D"}),
+    EXPECT_THAT(world.journal_starting({"shutdown", "sql sid=ORCL text=ALTER DATABASE C", "sql sid=ORCL text=ALTER DATABASE D"}),
                 ElementsAre("shutdown sid=ORCL mode=IMMEDIATE",
                             "sql sid=ORCL text=ALTER DATABASE CLOSE NORMAL",
                             "sql sid=ORCL text=ALTER DATABASE DISMOUNT",
