@@ -5,13 +5,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <regex>
 #include <string>
 #include <vector>
 
 #include "common/ctx/module_info.h"
 #include "common/strings/strings.h"
+#include "orasnap/orasnap.h"
 #include "support/registry_sandbox.h"
 #include "support/temp_folder.h"
 #include "version.h"
@@ -22,59 +22,45 @@
 
 namespace {
 
-typedef HRESULT(__cdecl* init_lib_t)(const wchar_t*, wchar_t**);
-typedef HRESULT(__cdecl* logs_folder_t)(wchar_t**, wchar_t**);
-typedef HRESULT(__cdecl* restore_required_t)(bool*, wchar_t**);
-typedef void(__cdecl* str_free_t)(wchar_t*);
-
 const wchar_t* const agent_key = L"SOFTWARE\\Brelm\\Brelm Safeguard";
-const char* const line_prefix = R"(\[\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d\] <[ \d]{5}\d> )";
 
 template <typename F>
 F export_of(HMODULE module, const char* name)
 {
-    return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+    return reinterpret_cast<F>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
 }
 
-std::vector<std::string> read_lines(const std::wstring& path)
+// The entry point of the loaded library, typed by the public header's declaration.
+#define EXPORT(name) export_of<decltype(&name)>(module, #name)
+
+// The log's lines, each cut behind its time and thread columns and ended by
+// "\n"; a line without those columns or its "\r\n" is marked so nothing matches it.
+std::string log_body(const std::wstring& path)
 {
+    const std::regex columns(R"(\[\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d\] <[ \d]{5}\d> )");
     std::ifstream file(util::wide_to_ansi(path), std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    std::vector<std::string> lines;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find("\r\n", start);
-        if (end == std::string::npos)
-            end = text.size();
-        lines.push_back(text.substr(start, end - start));
-        start = end + 2;
+    std::string body = "\n";
+    std::string line;
+    std::smatch found;
+    while (std::getline(file, line)) {
+        const bool whole = !line.empty() && line.back() == '\r';
+        if (whole)
+            line.pop_back();
+        if (whole && std::regex_search(line, found, columns, std::regex_constants::match_continuous))
+            body += line.substr(static_cast<size_t>(found.length(0))) + "\n";
+        else
+            body += "<unframed> " + line + "\n";
     }
-    return lines;
+    return body;
 }
 
-// Finds `expected` as consecutive lines of `lines`, each behind the time and
-// thread columns; empty when they are there.
-std::string find_block(const std::vector<std::string>& lines, const std::vector<std::string>& expected)
+// Empty when `expected` stands as consecutive lines in `body`.
+std::string missing(const std::string& body, const std::vector<std::string>& expected)
 {
-    const std::regex prefix(line_prefix);
-    for (size_t first = 0; first + expected.size() <= lines.size(); ++first) {
-        size_t matched = 0;
-        while (matched < expected.size()) {
-            const std::string& line = lines[first + matched];
-            std::smatch columns;
-            if (!std::regex_search(line, columns, prefix,
-                                   std::regex_constants::match_continuous) ||
-                line.substr(static_cast<size_t>(columns.length(0))) != expected[matched])
-                break;
-            ++matched;
-        }
-        if (matched == expected.size())
-            return std::string();
-    }
-    std::string report = "not in the log:";
+    std::string block = "\n";
     for (const auto& line : expected)
-        report += "\n  " + line;
-    return report;
+        block += line + "\n";
+    return body.find(block) == std::string::npos ? "not in the log:" + block : std::string();
 }
 
 std::wstring host_path()
@@ -109,10 +95,10 @@ std::string agent_run_mismatch(const std::wstring& folder)
     HMODULE module = LoadLibraryW(L"orasnap.dll");
     if (module == nullptr)
         return "LoadLibraryW(orasnap.dll) failed";
-    const auto init_lib = export_of<init_lib_t>(module, "OracleVssInitLib");
-    const auto logs_folder = export_of<logs_folder_t>(module, "OracleGetLogsFolder");
-    const auto restore_required = export_of<restore_required_t>(module, "OracleIsRestoreRequired");
-    const auto str_free = export_of<str_free_t>(module, "OracleLibStrFree");
+    const auto init_lib = EXPORT(OracleVssInitLib);
+    const auto logs_folder = EXPORT(OracleGetLogsFolder);
+    const auto restore_required = EXPORT(OracleIsRestoreRequired);
+    const auto str_free = EXPORT(OracleLibStrFree);
 
     wchar_t* error = nullptr;
     if (init_lib(L"agent.log", &error) != S_OK)
@@ -134,8 +120,8 @@ std::string agent_run_mismatch(const std::wstring& folder)
     if (restore_required(&required, &error) != S_OK || !required)
         return "restore not required with the metadata file";
 
-    const std::vector<std::string> lines = read_lines(log_folder + L"\\agent.log");
-    const std::string banner = find_block(lines, {
+    const std::string lines = log_body(log_folder + L"\\agent.log");
+    const std::string banner = missing(lines, {
         "",
         "=============================================================================",
         "{",
@@ -148,7 +134,7 @@ std::string agent_run_mismatch(const std::wstring& folder)
     });
     if (!banner.empty())
         return banner;
-    const std::string dump = find_block(lines, {
+    const std::string dump = missing(lines, {
         "oralib| Oracle agent config:",
         "oralib| ConnectionTimeoutSec: -1",
         "oralib| OracleRestoreWaitInSec: 0",
@@ -167,8 +153,8 @@ std::string agent_run_mismatch(const std::wstring& folder)
     });
     if (!dump.empty())
         return dump;
-    const std::string answers = find_block(lines, {"oralib| Oracle restore is required: false"}) +
-                                find_block(lines, {"oralib| Oracle restore is required: true"});
+    const std::string answers = missing(lines, {"oralib| Oracle restore is required: false"}) +
+                                missing(lines, {"oralib| Oracle restore is required: true"});
     if (!answers.empty())
         return answers;
     DeleteFileW((oracle_folder + L"\\OracleMeta.xml").c_str());
