@@ -70,7 +70,7 @@ TEST(os_version_name, names_the_system_from_its_numbers_and_product)
     }
 }
 
-TEST(os_version_text, adds_numbers_and_service_pack_only_when_there_is_one)
+TEST(os_version_text, adds_numbers_and_service_pack_only_when_there_is_one_also_for_the_running_system)
 {
     EXPECT_EQ("Windows Server 2012 R2 (6.3.9600)",
               util::os_version_text("Windows Server 2012 R2", 6, 3, 9600, 0, 0));
@@ -80,6 +80,10 @@ TEST(os_version_text, adds_numbers_and_service_pack_only_when_there_is_one)
               util::os_version_text("Windows XP", 5, 1, 2600, 2, 1));
     EXPECT_EQ("Unknown Windows 12.3 (12.3.1) Service Pack 0.4",
               util::os_version_text("Unknown Windows 12.3", 12, 3, 1, 0, 4));
+    const std::string text = util::get_os_version_text();
+    EXPECT_EQ(0u, text.find(util::get_os_version_name() + " (")) << text;
+    EXPECT_TRUE(std::regex_match(text, std::regex(R"(Windows .+ \(\d+\.\d+\.\d+\)( Service Pack \d+(\.\d+)?)?)")))
+        << text;
 }
 
 TEST(os_version_search, passes_plain_mismatches_and_stops_at_another_error_or_the_limit)
@@ -99,14 +103,6 @@ TEST(os_version_search, passes_plain_mismatches_and_stops_at_another_error_or_th
     EXPECT_EQ(5, calls);
     EXPECT_EQ(-1, util::search_version_value(100000, match_at(100000, 100000)));
     EXPECT_EQ(100000, calls);
-}
-
-TEST(os_version_text, describes_the_running_system)
-{
-    const std::string text = util::get_os_version_text();
-    EXPECT_EQ(0u, text.find(util::get_os_version_name() + " (")) << text;
-    EXPECT_TRUE(std::regex_match(text, std::regex(R"(Windows .+ \(\d+\.\d+\.\d+\)( Service Pack \d+(\.\d+)?)?)")))
-        << text;
 }
 
 TEST(module_version, reads_version_and_comments_gives_empty_comments_when_absent_and_names_a_file_without_resource)

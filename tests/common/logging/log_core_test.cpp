@@ -48,17 +48,6 @@ std::vector<std::string> private_log_t::blocks() const
     return result;
 }
 
-TEST(LogLines, LongFormHasTimeThreadTagMarkIndentAndLineEnd)
-{
-    private_log_t p;
-    p.oralib.info(1, "Checking instance ORCL");
-    ASSERT_EQ(1u, p.receiver->blocks.size());
-    const std::string& block = p.receiver->blocks[0];
-    EXPECT_TRUE(std::regex_match(block, std::regex(R"(\[\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d\] <[ \d]{6}> .*\r\n)")))
-        << block;
-    EXPECT_EQ(thread_column() + "oralib|   Checking instance ORCL\r\n", without_time(block));
-}
-
 TEST(LogLines, EveryLineOfAMessageIsFilteredAndFramedInOneWrite)
 {
     struct upper_t : logging::text_filter_t {
@@ -109,7 +98,7 @@ TEST(LogLines, NothingIsWrittenWithoutReceiverOrWhenStoppedAndReceiverFailureIsS
     EXPECT_NO_THROW(p.oralib.info("x"));
 }
 
-TEST(Indent, PerThreadNeverBelowZeroAndNotForWarningsAndErrorsWhichContinueWithArrows)
+TEST(LogLines, LongFormHasTimeThreadTagAndPerThreadIndentButWarningsAndErrorsHaveAMarkInstead)
 {
     private_log_t p;
     p.log->decrease_indent();
@@ -120,13 +109,17 @@ TEST(Indent, PerThreadNeverBelowZeroAndNotForWarningsAndErrorsWhichContinueWithA
     std::thread([&] { other = p.log->indent(); }).join();
     EXPECT_EQ(0, other);
     p.oralib.info("deep");
+    p.oralib.info(1, "given depth");
     p.oralib.warning("one\ntwo");
     p.oralib.error("Failed to open file [x].\nAn exception was thrown from thread [1234].");
     p.log->decrease_indent();
     p.log->decrease_indent();
+    EXPECT_TRUE(std::regex_match(p.receiver->blocks.at(0),
+                                 std::regex(R"(\[\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d\] <[ \d]{6}> .*\r\n)")));
     const std::string t = thread_column();
     EXPECT_EQ((std::vector<std::string>{
                   t + "oralib|     deep\r\n",
+                  t + "oralib|   given depth\r\n",
                   t + "oralib| WARN|one\r\n" + t + "oralib| >>  |two\r\n",
                   t + "oralib| ERR |Failed to open file [x].\r\n" + t +
                       "oralib| >>  |An exception was thrown from thread [1234].\r\n"}),

@@ -162,7 +162,6 @@ TEST_F(Files, ExistenceWithOrWithoutTrailingSeparatorAndCreateFoldersMakesEveryF
     EXPECT_TRUE(win::file_exists(util::wide_to_utf8(file)));
     EXPECT_TRUE(win::file_exists(temp.path()));
     EXPECT_TRUE(win::file_exists(temp.path() + L"\\"));
-    EXPECT_FALSE(win::file_exists(temp.file(L"absent.txt")));
     EXPECT_FALSE(win::file_exists(temp.file(L"no-folder\\absent.txt")));
     EXPECT_TRUE(win::parent_exists(file));
     EXPECT_FALSE(win::parent_exists(temp.file(L"no-folder\\absent.txt")));
@@ -192,10 +191,8 @@ TEST(Paths, SplitJoinAndStripTreatBothSeparatorsAlike)
     EXPECT_EQ(L"C:\\a\\f", win::join_path(L"C:\\a", L"f"));
     EXPECT_EQ(L"C:/a/f", win::join_path(L"C:/a/", L"f"));
     EXPECT_EQ(L"C:/a/f", win::join_path(L"C:/a", L"f", L'/'));
-    EXPECT_EQ("f", win::join_path(std::string(), std::string("f")));
 
     EXPECT_EQ(L"C:\\a\\", win::strip_trailing_separator(L"C:\\a\\\\"));
-    EXPECT_EQ("C:/a", win::strip_trailing_separator(std::string("C:/a/")));
     std::vector<std::wstring> parts = {L"stale"};
     win::split_path_parts(L"\\\\srv\\share//a\\", parts);
     EXPECT_THAT(parts, ElementsAre(L"srv", L"share", L"a"));
