@@ -101,9 +101,10 @@ TEST(OracleSessionHolder, RefusedSysdbaWithALoginFallsBackOnceToThePlainOrPrelim
         << "once for each holder";
 }
 
-TEST(OracleSessionHolder, RefusedOsAuthenticationIsNotRetriedAndTheForgivingFactoryGivesNoHolder)
+TEST(OracleSessionHolder, RefusedOsAuthenticationOrAFaultInTheClientFailsOnlyThatInstance)
 {
-    CSimWorld world(instance("ORCL", "os_sysdba = no\n") + instance("GOOD", ""));
+    CSimWorld world(instance("ORCL", "os_sysdba = no\n") + instance("AV", "fault = kind=av | at=attach\n") +
+                    instance("GOOD", ""));
     testing_support::log_capture_t log;
     std::string text;
     try {
@@ -116,9 +117,18 @@ TEST(OracleSessionHolder, RefusedOsAuthenticationIsNotRetriedAndTheForgivingFact
     EXPECT_THAT(text, HasSubstr("Oracle error has occurred. ORA-01031"));
     EXPECT_THAT(text, HasSubstr("--tr:Failed to create oracle session.\n--tr:Failed to create oracle "
                                 "session holder. SID: ORCL."));
-    EXPECT_EQ(world.journal_starting({"logon"}).size(), 1u);
+    EXPECT_EQ(world.journal_starting({"logon"}).size(), 1u) << "not retried";
     EXPECT_THAT(log.texts(), Each(testing::Not(HasSubstr("Connecting by default"))));
 
+    expect_raise<COracleSessionCreateExc>(
+        [] { COracleSessionHolder holder(L"AV", L"C:\\h", {}, false); }, &text);
+    EXPECT_EQ(text, "Failed to create oracle session holder. Session is invalid.\n"
+                    "--tr:Failed to create oracle session holder. SID: AV.");
+    EXPECT_THAT(log.texts(),
+                Contains(HasSubstr("SEH exception has occurred while initializing Oracle session, "
+                                   "exception code: 0xc0000005")));
+
+    // The forgiving factory gives no holder and a log line for a failing instance.
     SOracleSid good;
     good.sid = L"GOOD";
     good.homePath = L"C:\\h";
@@ -143,22 +153,6 @@ TEST(OracleSessionHolder, HangInAttachOrSessionBeginEndsInTimeoutAndLeavesTheHan
         EXPECT_THAT(world.journal_after("fault sid=ORCL kind=hang at=" + point),
                     ElementsAre("free htype=2"));
     }
-}
-
-TEST(OracleSessionHolder, AccessViolationInTheClientEndsAsSessionCreateErrorAndTheProcessGoesOn)
-{
-    CSimWorld world(instance("ORCL", "fault = kind=av | at=attach\n") + instance("TEST", ""));
-    testing_support::log_capture_t log;
-    std::string text;
-    expect_raise<COracleSessionCreateExc>(
-        [] { COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false); }, &text);
-    EXPECT_EQ(text, "Failed to create oracle session holder. Session is invalid.\n"
-                    "--tr:Failed to create oracle session holder. SID: ORCL.");
-    EXPECT_THAT(log.texts(),
-                Contains(HasSubstr("SEH exception has occurred while initializing Oracle session, "
-                                   "exception code: 0xc0000005")));
-    COracleSessionHolder next(L"TEST", L"C:\\h", {}, false);
-    EXPECT_TRUE(next.GetSession()->valid);
 }
 
 TEST(OracleInstanceStatus, HangInStatusQueryEndsInTimeoutAndAbandonsTheSession)
