@@ -17,12 +17,7 @@
 namespace {
 
 struct name_row_t {
-    int32_t major;
-    int32_t minor;
-    BYTE product_type;
-    WORD suite_mask;
-    WORD architecture;
-    bool server_r2;
+    util::os_traits_t traits;
     const char* name;
 };
 
@@ -32,18 +27,19 @@ const WORD x86 = PROCESSOR_ARCHITECTURE_INTEL;
 const WORD x64 = PROCESSOR_ARCHITECTURE_AMD64;
 
 const name_row_t name_rows[] = {
-    {5, 0, ws, 0, x86, false, "Windows 2000"},
-    {5, 1, ws, 0, x64, false, "Windows XP"},
-    {5, 2, ws, 0, x64, true, "Windows XP Professional x64 Edition"},
-    {5, 2, ws, VER_SUITE_WH_SERVER, x86, true, "Windows Home Server"},
-    {5, 2, server, 0, x64, true, "Windows Server 2003 R2"},
-    {6, 0, ws, 0, x64, false, "Windows Vista"},
-    {6, 3, server, 0, x64, false, "Windows Server 2012 R2"},
-    {6, 4, ws, 0, x64, false, "Windows 10"},
-    {10, 0, server, 0, x64, false, "Windows Server 2016"},
-    {10, 0, VER_NT_DOMAIN_CONTROLLER, 0, x64, true, "Windows Server 2016"},
-    {6, 5, ws, 0, x64, false, "Unknown Windows 6.5"},
-    {11, 0, ws, 0, x64, false, "Unknown Windows 11.0"},
+    {{5, 0, ws, 0, x86, false}, "Windows 2000"},
+    {{5, 1, ws, 0, x64, false}, "Windows XP"},
+    {{5, 2, ws, 0, x64, true}, "Windows XP Professional x64 Edition"},
+    {{5, 2, ws, VER_SUITE_WH_SERVER, x86, true}, "Windows Home Server"},
+    {{5, 2, server, 0, x64, true}, "Windows Server 2003 R2"},
+    {{5, 2, server, 0, x64, false}, "Windows Server 2003"},
+    {{6, 0, ws, 0, x64, false}, "Windows Vista"},
+    {{6, 3, server, 0, x64, false}, "Windows Server 2012 R2"},
+    {{6, 4, ws, 0, x64, false}, "Windows 10"},
+    {{10, 0, server, 0, x64, false}, "Windows Server 2016"},
+    {{10, 0, VER_NT_DOMAIN_CONTROLLER, 0, x64, true}, "Windows Server 2016"},
+    {{6, 5, ws, 0, x64, false}, "Unknown Windows 6.5"},
+    {{11, 0, ws, 0, x64, false}, "Unknown Windows 11.0"},
 };
 
 std::wstring own_module_path()
@@ -53,21 +49,12 @@ std::wstring own_module_path()
     return path;
 }
 
-
 } // namespace
 
 TEST(os_version_name, names_the_system_from_its_numbers_and_product)
 {
-    for (const name_row_t& row : name_rows) {
-        util::os_traits_t traits;
-        traits.major = row.major;
-        traits.minor = row.minor;
-        traits.product_type = row.product_type;
-        traits.suite_mask = row.suite_mask;
-        traits.processor_architecture = row.architecture;
-        traits.server_r2 = row.server_r2;
-        EXPECT_EQ(row.name, util::os_version_name(traits)) << row.major << "." << row.minor;
-    }
+    for (const name_row_t& row : name_rows)
+        EXPECT_EQ(row.name, util::os_version_name(row.traits)) << row.name;
 }
 
 TEST(os_version_text, adds_numbers_and_service_pack_only_when_there_is_one_also_for_the_running_system)
