@@ -32,20 +32,21 @@ COracleSession::~COracleSession()
                     handle->leakHandle = true;
             if (env)
                 env->leakHandle = true;
-        } else if (env) {
+        } else {
+            // Logged even for a session that never reached the client; `valid`
+            // and `serverAttached` are only ever set once `env` stands.
             logging::log_operation_t operation(logging::oralib(), "Destroying oracle session");
-            const CWinOraInterface& ora = env->Ora();
             if (valid) {
-                const oci::sword status = ora.SessionEnd(serviceContext->As<oci::OCISvcCtx>(),
-                                                         env->ErrorHandle(),
-                                                         session->As<oci::OCISession>());
+                const oci::sword status = env->Ora().SessionEnd(
+                    serviceContext->As<oci::OCISvcCtx>(), env->ErrorHandle(),
+                    session->As<oci::OCISession>());
                 if (status != oci::OCI_SUCCESS)
                     logging::oralib().warning("Failed to end OCI session, error: %1",
                                               util::int_to_str(status));
             }
             if (serverAttached) {
                 const oci::sword status =
-                    ora.ServerDetach(server->As<oci::OCIServer>(), env->ErrorHandle());
+                    env->Ora().ServerDetach(server->As<oci::OCIServer>(), env->ErrorHandle());
                 if (status != oci::OCI_SUCCESS)
                     logging::oralib().warning("Failed to detach OCI server, error: %1",
                                               util::int_to_str(status));

@@ -75,6 +75,13 @@ TEST(OracleSessionHolder, SysdbaByOsAuthenticationNamesTheInstanceAndEndsCleanly
     EXPECT_THAT(world.journal_after("sql sid=ORCL text=SELECT NAME FROM V$DATABASE"),
                 ElementsAre("free htype=6", "free htype=4", "logoff sid=ORCL", "detach sid=ORCL", "free htype=9",
                             "free htype=8", "free htype=3", "free htype=2", "free htype=1"));
+
+    // A session that never reached the client still brackets its teardown.
+    testing_support::log_capture_t log;
+    const size_t events = world.journal().size();
+    { COracleSession bare(SOracleCredentials{}); }
+    EXPECT_THAT(log.texts(), Contains(HasSubstr("Destroying oracle session ok.")));
+    EXPECT_EQ(world.journal().size(), events);
 }
 
 TEST(OracleSessionHolder, RefusedSysdbaWithALoginFallsBackOnceToThePlainOrPreliminaryMode)
