@@ -142,14 +142,18 @@ void logon_user(const std::wstring& user, const std::wstring& protected_password
     HANDLE token = nullptr;
     if (parts.upn) {
         if (!api.logon_user(user.c_str(), nullptr, password.c_str(), LOGON32_LOGON_INTERACTIVE,
-                            LOGON32_PROVIDER_DEFAULT, &token))
+                            LOGON32_PROVIDER_DEFAULT, &token)) {
+            const DWORD code = GetLastError();
             throw exc::win_sys_exc_t("Failed to logon UPN user [%1]",
-                                     util::wide_to_ansi_safe(user), GetLastError());
+                                     util::wide_to_ansi_safe(user), code);
+        }
     } else {
         if (!api.logon_user(parts.name.c_str(), parts.domain.c_str(), password.c_str(),
-                            LOGON32_LOGON_INTERACTIVE, LOGON32_PROVIDER_DEFAULT, &token))
+                            LOGON32_LOGON_INTERACTIVE, LOGON32_PROVIDER_DEFAULT, &token)) {
+            const DWORD code = GetLastError();
             throw exc::win_sys_exc_t("Failed to logon user [%1]", util::wide_to_ansi_safe(user),
-                                     GetLastError());
+                                     code);
+        }
     }
     logon.attach(token);
 }
