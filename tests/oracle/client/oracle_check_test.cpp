@@ -48,4 +48,20 @@ TEST(OracleCheck, ServerErrorsKeepCodeAndTextOtherFailuresAreUnexpectedAndInfoOr
         EXPECT_EQ(std::string(e.what()), "Oracle error has occurred. ORA-24373: invalid length specified for statement\n");
     }
     EXPECT_EQ(env.lastError, L"ORA-24373: invalid length specified for statement\n");
+
+    // A server error that comes without a text still reads as one.
+    oci::SOciFunctions textless;
+    textless.ErrorGet = [](void*, oci::ub4, oci::OraText*, oci::sb4* code, oci::OraText*, oci::ub4,
+                           oci::ub4) -> oci::sword {
+        *code = 942;
+        return oci::OCI_SUCCESS;
+    };
+    COracleEnv bare(std::make_shared<CWinOraInterface>(textless), nullptr, nullptr);
+    try {
+        bare.Check(oci::OCI_ERROR);
+        ADD_FAILURE() << "no exception";
+    } catch (const COracleExc& e) {
+        EXPECT_EQ(e.code(), 942u);
+        EXPECT_EQ(std::string(e.what()), "Oracle error has occurred. Undefined Oracle error has occurred");
+    }
 }
