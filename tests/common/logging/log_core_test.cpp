@@ -98,6 +98,42 @@ TEST(LogLines, NothingIsWrittenWithoutReceiverOrWhenStoppedAndReceiverFailureIsS
     EXPECT_NO_THROW(p.oralib.info("x"));
 }
 
+TEST(LogLines, SizeIsTestedAtEveryThousandthWrittenMessageAndAtEachOneAfterAFailedTest)
+{
+    struct sized_t : capturing_receiver_t {
+        uint64_t size() override
+        {
+            ++size_calls;
+            if (failing)
+                throw exc::runtime_exc_t("size unknown");
+            return 0;
+        }
+        int size_calls = 0;
+        bool failing = false;
+    };
+    private_log_t p;
+    const auto receiver = std::make_shared<sized_t>();
+    p.log->set_check_size(true);
+    p.log->set_receiver(nullptr);
+    p.empty.info("lost, and not counted");
+    p.log->set_receiver(receiver);
+    for (int i = 0; i < 999; ++i)
+        p.empty.info("x");
+    EXPECT_EQ(0, receiver->size_calls);
+    receiver->failing = true;
+    p.empty.info("1000th");
+    p.empty.info("1001st");
+    EXPECT_EQ(2, receiver->size_calls);
+    receiver->failing = false;
+    p.empty.info("1002nd");
+    for (int i = 0; i < 999; ++i)
+        p.empty.info("x");
+    EXPECT_EQ(3, receiver->size_calls);
+    p.empty.info("x");
+    EXPECT_EQ(4, receiver->size_calls);
+    EXPECT_EQ(2002u, receiver->blocks.size());
+}
+
 TEST(LogLines, LongFormHasTimeThreadTagAndPerThreadIndentButWarningsAndErrorsHaveAMarkInstead)
 {
     private_log_t p;
