@@ -30,8 +30,8 @@ bool format_system_message(DWORD flags, HMODULE module, DWORD language, uint32_t
 {
     wchar_t* buffer = nullptr;
     const DWORD length =
-        FormatMessageW(flags | FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS,
-                       module, code, language, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
+        FormatMessageW(flags | FORMAT_MESSAGE_ALLOCATE_BUFFER, module, code, language,
+                       reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
     if (length == 0 || buffer == nullptr) {
         if (buffer != nullptr)
             LocalFree(buffer);
@@ -118,7 +118,8 @@ std::string error_code_text(uint32_t code)
 std::string get_error_text(uint32_t code)
 {
     std::string text;
-    if (!format_system_message(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, english_us, code, text)) {
+    if (!format_system_message(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                               english_us, code, text)) {
         HMODULE wininet = nullptr;
         if (code >= wininet_first_code && code <= wininet_last_code)
             wininet = GetModuleHandleW(L"wininet.dll");

@@ -61,6 +61,21 @@ TEST(Exceptions, SystemAndComErrorsPutTheirTextAndCodeAroundTheMessage)
     EXPECT_EQ(2u, e.code());
     EXPECT_EQ("Error code: 0x00000000", exc::win_sys_exc_t(0u).lines().at(1).text);
 
+    // Network codes that the system table lacks are asked of wininet.dll only
+    // when the host has loaded it; the lookup never loads it.
+    const DWORD timed_out = 12002;
+    ASSERT_EQ(nullptr, GetModuleHandleW(L"wininet.dll"));
+    const std::string without_module = exc::get_error_text(timed_out);
+    EXPECT_EQ(std::system_category().message(static_cast<int>(timed_out)), without_module);
+    EXPECT_EQ(nullptr, GetModuleHandleW(L"wininet.dll"));
+    HMODULE wininet = LoadLibraryW(L"wininet.dll");
+    ASSERT_NE(nullptr, wininet);
+    const std::string from_module = exc::get_error_text(timed_out);
+    FreeLibrary(wininet);
+    EXPECT_NE(without_module, from_module);
+    ASSERT_FALSE(from_module.empty());
+    EXPECT_NE('\n', from_module.back());
+
     SetErrorInfo(0, nullptr);
     exc::com_exc_t com(static_cast<long>(0x80004005L), "Cannot get the path");
     EXPECT_EQ(" Error code: 0x80004005\nCannot get the path", com.text());
