@@ -12,7 +12,7 @@ namespace ocisim {
 namespace {
 
 // A field or property: its name, its default, and whether it must hold an integer.
-struct FieldSpec {
+struct FieldDef {
     const char* name;
     const char* defaultValue;
     bool numeric;
@@ -20,7 +20,7 @@ struct FieldSpec {
 
 // Scalar properties of an instance, in the order in which they are written.
 // "name" and "unique_name" default to the SID and the name; see Instance::get.
-const FieldSpec kInstanceProps[] = {
+const FieldDef kInstanceProps[] = {
     {"status", "OPEN", false},           // DOWN, STARTED, MOUNTED, OPEN, OPEN MIGRATE
     {"database_status", "ACTIVE", false},
     {"asm", "no", false},
@@ -43,14 +43,14 @@ const FieldSpec kInstanceProps[] = {
     {"latency_ms", "0", true},
 };
 
-struct KindSpec {
+struct KindDef {
     const char* kind;
-    std::vector<FieldSpec> fields;
+    std::vector<FieldDef> fields;
     std::vector<const char*> required;
 };
 
-const std::vector<KindSpec>& kinds() {
-    static const std::vector<KindSpec> all = {
+const std::vector<KindDef>& kinds() {
+    static const std::vector<KindDef> all = {
         {"controlfile", {{"name", "", false}, {"block_size", "16384", true}, {"file_size_blks", "1024", true}}, {"name"}},
         {"datafile", {{"name", "", false}, {"bytes", "104857600", true}, {"backup", "NOT ACTIVE", false}}, {"name"}},
         {"tempfile", {{"name", "", false}, {"bytes", "20971520", true}}, {"name"}},
@@ -91,21 +91,21 @@ const std::vector<KindSpec>& kinds() {
     return all;
 }
 
-const KindSpec& kind_spec(const std::string& kind) {
-    for (const auto& spec : kinds())
-        if (kind == spec.kind) return spec;
+const KindDef& kind_def(const std::string& kind) {
+    for (const auto& def : kinds())
+        if (kind == def.kind) return def;
     throw ScenarioError("unknown record kind '" + kind + "'");
 }
 
-const FieldSpec* instance_prop(const std::string& key) {
-    for (const auto& spec : kInstanceProps)
-        if (key == spec.name) return &spec;
+const FieldDef* instance_prop(const std::string& key) {
+    for (const auto& def : kInstanceProps)
+        if (key == def.name) return &def;
     return nullptr;
 }
 
 bool is_kind(const std::string& key) {
-    for (const auto& spec : kinds())
-        if (key == spec.kind) return true;
+    for (const auto& def : kinds())
+        if (key == def.kind) return true;
     return false;
 }
 
@@ -151,13 +151,13 @@ void default_archived_log(const Instance& instance, Record& log) {
     fill("next_time", utc_text(first + 3600));
 }
 
-void check_record(const KindSpec& spec, const Record& record) {
-    for (const char* key : spec.required)
-        if (record.get(key).empty()) throw ScenarioError(std::string(spec.kind) + " needs a value for '" + key + "'");
-    for (const auto& field : spec.fields) {
+void check_record(const KindDef& def, const Record& record) {
+    for (const char* key : def.required)
+        if (record.get(key).empty()) throw ScenarioError(std::string(def.kind) + " needs a value for '" + key + "'");
+    for (const auto& field : def.fields) {
         const std::string& value = record.get(field.name);
         if (field.numeric && !value.empty() && !is_integer(value))
-            throw ScenarioError(std::string(spec.kind) + " field '" + field.name + "' is not an integer: '" + value + "'");
+            throw ScenarioError(std::string(def.kind) + " field '" + field.name + "' is not an integer: '" + value + "'");
     }
     if (record.kind == "archived_log") {
         std::int64_t seconds = 0;
@@ -213,19 +213,19 @@ std::int64_t Record::number(const std::string& key) const {
 Instance::Instance(std::string sid) : sid_(std::move(sid)) {}
 
 std::string Instance::get(const std::string& key) const {
-    const FieldSpec* spec = instance_prop(key);
-    if (!spec) throw ScenarioError("unknown instance property '" + key + "'");
+    const FieldDef* def = instance_prop(key);
+    if (!def) throw ScenarioError("unknown instance property '" + key + "'");
     const auto it = props_.find(key);
     if (it != props_.end()) return it->second;
     if (key == "name") return sid_;
     if (key == "unique_name") return get("name");
-    return spec->defaultValue;
+    return def->defaultValue;
 }
 
 void Instance::set(const std::string& key, const std::string& value) {
-    const FieldSpec* spec = instance_prop(key);
-    if (!spec) throw ScenarioError("unknown instance property '" + key + "'");
-    if (spec->numeric && !is_integer(value))
+    const FieldDef* def = instance_prop(key);
+    if (!def) throw ScenarioError("unknown instance property '" + key + "'");
+    if (def->numeric && !is_integer(value))
         throw ScenarioError("instance property '" + key + "' is not an integer: '" + value + "'");
     props_[key] = value;
 }
@@ -236,9 +236,9 @@ bool Instance::flag(const std::string& key) const {
 }
 
 Record& Instance::add(const std::string& kind, const Fields& fields) {
-    const KindSpec& spec = kind_spec(kind);
+    const KindDef& def = kind_def(kind);
     Record record{kind, {}};
-    for (const auto& field : spec.fields) record.fields[field.name] = field.defaultValue;
+    for (const auto& field : def.fields) record.fields[field.name] = field.defaultValue;
     for (const auto& [key, value] : fields) {
         if (!record.fields.count(key)) throw ScenarioError(kind + " has no field '" + key + "'");
         record.fields[key] = value;
@@ -247,7 +247,7 @@ Record& Instance::add(const std::string& kind, const Fields& fields) {
     Record& added = records_.back();
     try {
         if (kind == "archived_log") default_archived_log(*this, added);
-        check_record(spec, added);
+        check_record(def, added);
     } catch (...) {
         records_.pop_back();
         throw;
@@ -345,7 +345,7 @@ void write_world(std::ostream& out, const World& world) {
         for (const auto& record : instance.all_records()) {
             out << record.kind << " =";
             const char* separator = " ";
-            for (const auto& field : kind_spec(record.kind).fields) {
+            for (const auto& field : kind_def(record.kind).fields) {
                 out << separator << field.name << "=" << record.get(field.name);
                 separator = " | ";
             }
