@@ -5,6 +5,7 @@
 #include "oracle/client/oracle_query.h"
 #include "oracle/client/oracle_session.h"
 #include "oracle/client/session_holder.h"
+#include "support/capturing_receiver.h"
 #include "support/temp_folder.h"
 
 #include <gmock/gmock.h>
@@ -124,9 +125,11 @@ TEST(OracleSessionOps, DatabaseOptionsNameAndVersionFlagsEachAskedOnce)
 
 TEST(OracleCmdExec, AsmFileAttributesBindPathAndThreeIntegersAndFailureIsFalse)
 {
-    CSimWorld world("[instance ORCL]\nasm_file = name=+DATA/orcl/1_5.arc\n");
+    CSimWorld world("[instance ORCL]\nasm_file = name=+DATA/orcl/1_5.arc | blocks=7 | type=4\n");
     auto session = logon();
+    testing_support::log_capture_t log;
     EXPECT_TRUE(GetAsmFileAttr(session, "+DATA/orcl/1_5.arc"));
+    EXPECT_THAT(log.texts(), testing::Contains(testing::EndsWith("ASM file: +DATA/orcl/1_5.arc, type: 4, size: 7")));
     EXPECT_THAT(sql_lines(world), ElementsAre("bind name=:fname value=+DATA/orcl/1_5.arc", "bind name=:ftype value=0",
                                               "bind name=:fsize value=0", "bind name=:blksize value=0",
                                               "sql sid=ORCL text=BEGIN \\n DBMS_DISKGROUP.GETFILEATTR(:fname,:ftype,:fsize,:blksize); \\n END;"));

@@ -8,10 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
-
-extern "C" DWORD ocisim_test_seh_catch(void (*fn)(void*), void* arg);
 
 namespace ocisim {
 namespace {
@@ -89,23 +86,14 @@ public:
         return status;
     }
 
-    sword logon(ub4 mode, std::string login = "", std::string password = "") {
-        if (!login.empty()) {
-            api().AttrSet(session_, OCI_HTYPE_SESSION, login.data(), static_cast<ub4>(login.size()), OCI_ATTR_USERNAME,
-                          err_);
-            api().AttrSet(session_, OCI_HTYPE_SESSION, password.data(), static_cast<ub4>(password.size()),
-                          OCI_ATTR_PASSWORD, err_);
-        }
-        const sword status =
-            api().SessionBegin(svc_, err_, session_, login.empty() ? OCI_CRED_EXT : OCI_CRED_RDBMS, mode);
+    // Attaches and logs on as SYSDBA by OS authentication.
+    sword connect() {
+        sword status = attach();
+        if (status != OCI_SUCCESS) return status;
+        status = api().SessionBegin(svc_, err_, session_, OCI_CRED_EXT, OCI_SYSDBA);
         begun_ = status == OCI_SUCCESS;
         if (begun_) api().AttrSet(svc_, OCI_HTYPE_SVCCTX, session_, 0, OCI_ATTR_SESSION, err_);
         return status;
-    }
-
-    sword connect(ub4 mode = OCI_SYSDBA) {
-        const sword status = attach();
-        return status == OCI_SUCCESS ? logon(mode) : status;
     }
 
     // A new statement handle with `sql` prepared on it; the status of the prepare goes to `status`.
@@ -122,10 +110,8 @@ public:
         return api().StmtExecute(svc_, stmt, err_, iters, 0, nullptr, nullptr, OCI_DEFAULT);
     }
 
-    // Runs a statement and fetches its rows into 1024-byte SQLT_STR buffers. The
-    // status of each fetch, the last one included, goes to `fetches`.
-    sword run(const std::string& sql, ub4 columns, Rows* rows = nullptr, std::vector<sword>* fetches = nullptr,
-              std::vector<std::vector<sb2>>* indicators = nullptr) {
+    // Runs a statement and fetches its rows into 1024-byte SQLT_STR buffers.
+    sword run(const std::string& sql, ub4 columns, Rows* rows = nullptr) {
         sword status = OCI_SUCCESS;
         OCIStmt* stmt = prepare(sql, &status);
         std::vector<std::vector<char>> buffers(columns, std::vector<char>(1024));
@@ -137,12 +123,10 @@ public:
         if (status == OCI_SUCCESS) status = execute(stmt, columns == 0 ? 1 : 0);
         while (status == OCI_SUCCESS && columns > 0) {
             const sword fetched = api().StmtFetch2(stmt, err_, 1, OCI_FETCH_NEXT, 0, OCI_DEFAULT);
-            if (fetches) fetches->push_back(fetched);
             if (fetched != OCI_SUCCESS && fetched != OCI_SUCCESS_WITH_INFO) break;
             std::vector<std::string> row;
             for (const auto& buffer : buffers) row.emplace_back(buffer.data());
             if (rows) rows->push_back(row);
-            if (indicators) indicators->push_back(ind);
         }
         for (OCIDefine* define : defines)
             if (define) api().HandleFree(define, OCI_HTYPE_DEFINE);
@@ -193,7 +177,6 @@ protected:
     }
 
     void write() { write_scenario(scenario_, world_); }
-    World state() const { return read_state(scenario_); }
     std::vector<std::string> journal() const { return read_journal(dir_.file_utf8("journal.txt")); }
 
     test::temp_folder_t dir_;
@@ -201,48 +184,6 @@ protected:
     World world_;
     Instance* db_ = nullptr;
 };
-
-TEST_F(ClientTest, StatusQueryRoundTripIsJournaledInOrder) {
-    write();
-    {
-        Connection c;
-        ASSERT_EQ(c.connect(), OCI_SUCCESS);
-        EXPECT_EQ(c.value("SELECT STATUS FROM V$INSTANCE"), "OPEN");
-    }
-    EXPECT_EQ(journal(), (std::vector<std::string>{"attach sid=ORCL", "logon sid=ORCL mode=SYSDBA cred=EXT",
-                                                   "sql sid=ORCL text=SELECT STATUS FROM V$INSTANCE", "free htype=6",
-                                                   "free htype=4", "logoff sid=ORCL", "detach sid=ORCL",
-                                                   "free htype=9", "free htype=8", "free htype=3", "free htype=2",
-                                                   "free htype=1"}));
-}
-
-TEST_F(ClientTest, RowsComeOnePerFetchWithTruncationAndNullIndicatorsAndUnknownStatementsGiveOra00900) {
-    db_->add("parameter", {{"name", "local_listener"}, {"value", std::string(2000, 'L')}});
-    db_->add("parameter", {{"name", "remote_listener"}, {"value", ""}});
-    write();
-    Connection c;
-    ASSERT_EQ(c.connect(), OCI_SUCCESS);
-    Rows rows;
-    std::vector<sword> fetches;
-    std::vector<std::vector<sb2>> indicators;
-    ASSERT_EQ(c.run("SELECT NAME, VALUE FROM V$PARAMETER WHERE NAME LIKE '%_listener'", 2, &rows, &fetches,
-                    &indicators),
-              OCI_SUCCESS);
-    EXPECT_EQ(fetches, (std::vector<sword>{OCI_SUCCESS_WITH_INFO, OCI_SUCCESS, OCI_NO_DATA}));
-    ASSERT_EQ(rows.size(), 2u);
-    EXPECT_EQ(rows[0][1], std::string(1023, 'L'));
-    EXPECT_EQ(indicators[0], (std::vector<sb2>{0, 2000}));
-    EXPECT_EQ(rows[1][0], "remote_listener");
-    EXPECT_EQ(indicators[1], (std::vector<sb2>{0, -1}));
-
-    EXPECT_EQ(c.run("SELECT 1 FROM DUAL", 1), OCI_ERROR);
-    EXPECT_EQ(c.error(), std::make_pair(sb4{900}, std::string("ORA-00900: invalid SQL statement\n")));
-    sb4 code = 0;
-    OraText text[64];
-    EXPECT_EQ(api().ErrorGet(c.err(), 2, nullptr, &code, text, sizeof text, OCI_HTYPE_ERROR), OCI_NO_DATA);
-    const auto lines = journal();
-    EXPECT_NE(std::find(lines.begin(), lines.end(), "error sid=ORCL code=900"), lines.end());
-}
 
 TEST_F(ClientTest, AttachNeedsAScenarioAndAKnownSid) {
     write();
@@ -260,106 +201,23 @@ TEST_F(ClientTest, AttachNeedsAScenarioAndAKnownSid) {
     EXPECT_EQ(journal().front(), "attach sid=NOPE");
 }
 
-DWORD WINAPI connect_and_check_status(void* param) {
-    auto* c = static_cast<Connection*>(param);
-    if (c->connect() == OCI_SUCCESS) c->value("SELECT STATUS FROM V$INSTANCE");
-    return 0;
-}
-
-TEST_F(ClientTest, HangsBlockUntilTheThreadIsTerminatedAndLeaveTheProcessUsable) {
-    for (const char* point : {"attach", "session_begin", "status"}) {
-        SCOPED_TRACE(point);
-        World world = world_;
-        world.find("ORCL")->add("fault", {{"kind", "hang"}, {"at", point}});
-        write_scenario(scenario_, world);
-        auto* abandoned = new Connection();  // its handles are never touched again, as for an abandoned session
-        HANDLE thread = CreateThread(nullptr, 0, connect_and_check_status, abandoned, 0, nullptr);
-        ASSERT_NE(thread, nullptr);
-        EXPECT_EQ(WaitForSingleObject(thread, 300), static_cast<DWORD>(WAIT_TIMEOUT));
-        EXPECT_TRUE(TerminateThread(thread, 1460));
-        WaitForSingleObject(thread, INFINITE);
-        CloseHandle(thread);
-        EXPECT_EQ(journal().back(), std::string("fault sid=ORCL kind=hang at=") + point);
-
-        write();
-        Connection c;
-        ASSERT_EQ(c.connect(), OCI_SUCCESS);
-        EXPECT_EQ(c.value("SELECT VERSION FROM V$INSTANCE"), "19.0.0.0.0");
-    }
-}
-
-void attach_connection(void* connection) { static_cast<Connection*>(connection)->attach(); }
-
-TEST_F(ClientTest, AccessViolationFaultIsARealStructuredException) {
-    db_->add("fault", {{"kind", "av"}, {"at", "attach"}});
-    write();
-    auto* crashed = new Connection();  // left as it is: the fault skipped its unwinding
-    EXPECT_EQ(ocisim_test_seh_catch(attach_connection, crashed), static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION));
-    EXPECT_EQ(journal().back(), "fault sid=ORCL kind=av at=attach");
-}
-
-TEST_F(ClientTest, FaultsAndChangesPersistAcrossAttachesThroughTheStateFile) {
+TEST_F(ClientTest, CountedErrorFaultGivesItsMessageAndIsUsedUpAcrossAttaches) {
     db_->add("fault", {{"kind", "error"},
                        {"text", "BEGIN BACKUP"},
                        {"code", "1652"},
                        {"message", "ORA-01652: unable to extend temp segment"},
                        {"times", "1"}});
-    db_->add("fault", {{"kind", "fetch_fail"}, {"text", "FROM V$DATAFILE"}, {"after", "2"}});
     write();
     {
         Connection c;
         ASSERT_EQ(c.connect(), OCI_SUCCESS);
         EXPECT_EQ(c.run("ALTER DATABASE BEGIN BACKUP", 0), OCI_ERROR);
         EXPECT_EQ(c.error(), std::make_pair(sb4{1652}, std::string("ORA-01652: unable to extend temp segment\n")));
-        std::vector<sword> fetches;
-        EXPECT_EQ(c.run("SELECT NAME, BYTES FROM V$DATAFILE", 2, nullptr, &fetches), OCI_SUCCESS);
-        EXPECT_EQ(fetches, (std::vector<sword>{OCI_SUCCESS, OCI_SUCCESS, OCI_ERROR}));
-        EXPECT_EQ(c.error_code(), 3113);
-    }
-    World saved = state();
-    EXPECT_EQ(saved.find("ORCL")->records("fault")[0]->get("times"), "0");
-    saved.find("ORCL")->set("database_status", "SUSPENDED");
-    write_state(scenario_, saved);
-    {
-        Connection c;
-        ASSERT_EQ(c.connect(), OCI_SUCCESS);
-        EXPECT_EQ(c.run("ALTER DATABASE BEGIN BACKUP", 0), OCI_SUCCESS) << "the fault was used up in the last attach";
-        EXPECT_EQ(c.value("SELECT DATABASE_STATUS FROM V$INSTANCE"), "SUSPENDED");
     }
     Connection c;
     ASSERT_EQ(c.connect(), OCI_SUCCESS);
+    EXPECT_EQ(c.run("ALTER DATABASE BEGIN BACKUP", 0), OCI_SUCCESS) << "the fault was used up in the last attach";
     EXPECT_EQ(c.value("SELECT STATUS FROM V$BACKUP"), "ACTIVE");
-}
-
-TEST_F(ClientTest, GetFileAttrFillsTheBoundOutputsOfAKnownAsmFile) {
-    db_->add("asm_file", {{"name", "+DATA/ORCL/ARCH/9.ARC"}, {"blocks", "7"}, {"block_size", "512"}, {"type", "4"}});
-    write();
-    Connection c;
-    ASSERT_EQ(c.connect(), OCI_SUCCESS);
-    sword prepared = OCI_ERROR;
-    OCIStmt* stmt = c.prepare("BEGIN \n DBMS_DISKGROUP.GETFILEATTR(:fname,:ftype,:fsize,:blksize); \n END;", &prepared);
-    ASSERT_EQ(prepared, OCI_SUCCESS);
-    std::string path = "+DATA/ORCL/ARCH/9.ARC";
-    std::int32_t type = 0, size = 0, block = 0;
-    OCIBind* binds[4] = {};
-    const auto bind = [&](int i, const char* name, void* value, sb4 bytes, ub2 dty) {
-        return api().BindByName(stmt, &binds[i], c.err(), reinterpret_cast<const OraText*>(name), -1, value, bytes,
-                                dty, nullptr, nullptr, nullptr, 0, nullptr, OCI_DEFAULT);
-    };
-    EXPECT_EQ(bind(0, ":fname", path.data(), static_cast<sb4>(path.size() + 1), SQLT_STR), OCI_SUCCESS);
-    EXPECT_EQ(c.execute(stmt), OCI_ERROR);
-    EXPECT_EQ(c.error_code(), 1008) << "executed with unbound variables";
-    EXPECT_EQ(bind(1, ":ftype", &type, 4, SQLT_INT), OCI_SUCCESS);
-    EXPECT_EQ(bind(2, ":fsize", &size, 4, SQLT_INT), OCI_SUCCESS);
-    EXPECT_EQ(bind(3, ":blksize", &block, 4, SQLT_INT), OCI_SUCCESS);
-    EXPECT_EQ(bind(3, ":nosuch", &block, 4, SQLT_INT), OCI_ERROR);
-    EXPECT_EQ(c.error_code(), 1036);
-    EXPECT_EQ(c.execute(stmt), OCI_SUCCESS);
-    EXPECT_EQ(std::vector<std::int32_t>({type, size, block}), std::vector<std::int32_t>({4, 7, 512}));
-    path[16] = '8';  // the bound buffer now names a file the disk group doesn't have
-    EXPECT_EQ(c.execute(stmt), OCI_ERROR);
-    EXPECT_EQ(c.error_code(), 15056);
-    api().HandleFree(stmt, OCI_HTYPE_STMT);
 }
 
 TEST_F(ClientTest, MisusedCallsAreRefusedBeforeAnythingChanges) {
@@ -377,6 +235,20 @@ TEST_F(ClientTest, MisusedCallsAreRefusedBeforeAnythingChanges) {
     EXPECT_EQ(api().HandleAlloc(c.err(), &handle, OCI_HTYPE_STMT, 0, nullptr), OCI_INVALID_HANDLE);
     EXPECT_EQ(c.run("SELECT STATUS FROM V$INSTANCE", 2), OCI_ERROR);
     EXPECT_EQ(c.error_code(), 1007);
+
+    stmt = c.prepare("BEGIN \n DBMS_DISKGROUP.GETFILEATTR(:fname,:ftype,:fsize,:blksize); \n END;");
+    std::int32_t number = 0;
+    const auto bind = [&](const char* name) {
+        OCIBind* bound = nullptr;
+        return api().BindByName(stmt, &bound, c.err(), reinterpret_cast<const OraText*>(name), -1, &number, 4,
+                                SQLT_INT, nullptr, nullptr, nullptr, 0, nullptr, OCI_DEFAULT);
+    };
+    EXPECT_EQ(bind(":ftype"), OCI_SUCCESS);
+    EXPECT_EQ(c.execute(stmt), OCI_ERROR);
+    EXPECT_EQ(c.error_code(), 1008) << "executed with unbound variables";
+    EXPECT_EQ(bind(":nosuch"), OCI_ERROR);
+    EXPECT_EQ(c.error_code(), 1036);
+    api().HandleFree(stmt, OCI_HTYPE_STMT);
 }
 
 }  // namespace
