@@ -122,6 +122,7 @@ std::string agent_run_mismatch(const std::wstring& folder)
 
     const std::string lines = log_body(log_folder + L"\\agent.log");
     const std::string banner = missing(lines, {
+        "cli| LOG: Initializing log file ...",
         "",
         "=============================================================================",
         "{",
@@ -169,7 +170,7 @@ void exit_with(const std::string& mismatch)
 
 } // namespace
 
-TEST(agent_init, log_starts_with_the_banner_and_the_configuration_dump)
+TEST(agent_init, log_starts_with_its_opening_note_the_banner_and_the_configuration_dump)
 {
     test::temp_folder_t temp;
     EXPECT_EXIT(exit_with(agent_run_mismatch(temp.path())), testing::ExitedWithCode(0), "");

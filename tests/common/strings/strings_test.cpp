@@ -84,8 +84,6 @@ TEST(Text, CaseInsensitiveHelpersAndLineEndStripping)
     EXPECT_TRUE(util::starts_with(std::wstring(L"BrelmTmpDB"), std::wstring(L"brelmtmp")));
     EXPECT_FALSE(util::starts_with(std::wstring(L"Br"), std::wstring(L"brelm")));
     EXPECT_TRUE(util::ends_with(std::string("agent.LOG"), std::string(".log")));
-    EXPECT_EQ(1, util::index_of_arg({L"-x", L"-LOG", L"p"}, L"-log"));
-    EXPECT_EQ(-1, util::index_of_arg({L"-x"}, L"-log"));
     EXPECT_EQ("line\r\n", util::strip_line_end("line\r\n\r\n"));
     EXPECT_EQ("line\n", util::strip_line_end("line\n"));
 }
