@@ -256,38 +256,28 @@ void exc_base_t::compose()
     }
 }
 
-runtime_exc_t::runtime_exc_t(const std::string& message) : exc_base_t(message) {}
+runtime_exc_t::runtime_exc_t(const std::string& message) : exc_impl_t(message) {}
 
 runtime_exc_t::runtime_exc_t(const std::string& message, uint32_t code)
-    : exc_base_t(message), code_(code)
+    : exc_impl_t(message), code_(code)
 {
 }
 
 runtime_exc_t::runtime_exc_t(const std::string& format, const std::string& a1)
-    : exc_base_t(util::format_msg(format, a1))
+    : exc_impl_t(util::format_msg(format, a1))
 {
 }
 
 runtime_exc_t::runtime_exc_t(const std::string& format, const std::string& a1,
                              const std::string& a2)
-    : exc_base_t(util::format_msg(format, a1, a2))
+    : exc_impl_t(util::format_msg(format, a1, a2))
 {
 }
 
 runtime_exc_t::runtime_exc_t(const std::string& format, const std::string& a1,
                              const std::string& a2, const std::string& a3)
-    : exc_base_t(util::format_msg(format, a1, a2, a3))
+    : exc_impl_t(util::format_msg(format, a1, a2, a3))
 {
-}
-
-std::shared_ptr<exc_base_t> runtime_exc_t::clone() const
-{
-    return std::make_shared<runtime_exc_t>(*this);
-}
-
-void runtime_exc_t::rethrow() const
-{
-    throw runtime_exc_t(*this);
 }
 
 void runtime_exc_t::load(util::CBufReader& reader)
@@ -334,16 +324,6 @@ win_sys_exc_t::win_sys_exc_t(const std::string& format, const std::string& a1,
 {
 }
 
-std::shared_ptr<exc_base_t> win_sys_exc_t::clone() const
-{
-    return std::make_shared<win_sys_exc_t>(*this);
-}
-
-void win_sys_exc_t::rethrow() const
-{
-    throw win_sys_exc_t(*this);
-}
-
 com_exc_t::com_exc_t(long hresult, const std::string& message)
 {
     set_code(static_cast<uint32_t>(hresult));
@@ -353,16 +333,6 @@ com_exc_t::com_exc_t(long hresult, const std::string& message)
     if (!later.empty())
         add_line(later, false);
     add_line(message, false);
-}
-
-std::shared_ptr<exc_base_t> com_exc_t::clone() const
-{
-    return std::make_shared<com_exc_t>(*this);
-}
-
-void com_exc_t::rethrow() const
-{
-    throw com_exc_t(*this);
 }
 
 file_locked_exc_t::file_locked_exc_t(const std::string& path)

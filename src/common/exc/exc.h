@@ -81,7 +81,24 @@ private:
     uint32_t thread_id_;
 };
 
-class runtime_exc_t : public exc_base_t {
+// Gives a class of the family the copy and the rethrow that keep its own
+// dynamic type, so that a failure handed across threads stays what it was.
+template <typename Derived, typename Base>
+class exc_impl_t : public Base {
+public:
+    using Base::Base;
+
+    std::shared_ptr<exc_base_t> clone() const override
+    {
+        return std::make_shared<Derived>(static_cast<const Derived&>(*this));
+    }
+    [[noreturn]] void rethrow() const override { throw static_cast<const Derived&>(*this); }
+
+protected:
+    exc_impl_t() = default;
+};
+
+class runtime_exc_t : public exc_impl_t<runtime_exc_t, exc_base_t> {
 public:
     explicit runtime_exc_t(const std::string& message);
     runtime_exc_t(const std::string& message, uint32_t code);
@@ -90,8 +107,6 @@ public:
     runtime_exc_t(const std::string& format, const std::string& a1, const std::string& a2,
                   const std::string& a3);
 
-    std::shared_ptr<exc_base_t> clone() const override;
-    [[noreturn]] void rethrow() const override;
     void load(util::CBufReader& reader) override;
     void save(util::CBufWriter& writer) const override;
 
@@ -107,7 +122,7 @@ private:
 
 // A failed Win32 call: the system's text for the code comes first, then the
 // caller's message, then the trace line "Error code: 0x........".
-class win_sys_exc_t : public runtime_exc_t {
+class win_sys_exc_t : public exc_impl_t<win_sys_exc_t, runtime_exc_t> {
 public:
     explicit win_sys_exc_t(uint32_t code);
     win_sys_exc_t(const std::string& message, uint32_t code);
@@ -116,18 +131,12 @@ public:
                   uint32_t code);
     win_sys_exc_t(const std::string& format, const std::string& a1, const std::string& a2,
                   const std::string& a3, uint32_t code);
-
-    std::shared_ptr<exc_base_t> clone() const override;
-    [[noreturn]] void rethrow() const override;
 };
 
 // A failed COM call, with the thread's COM error description when one is set.
-class com_exc_t : public runtime_exc_t {
+class com_exc_t : public exc_impl_t<com_exc_t, runtime_exc_t> {
 public:
     com_exc_t(long hresult, const std::string& message);
-
-    std::shared_ptr<exc_base_t> clone() const override;
-    [[noreturn]] void rethrow() const override;
 };
 
 // Only the opening of a log file raises and catches this at once; a rethrow
