@@ -17,9 +17,11 @@ configure: deps
 build: configure
 	cmake --build $(BUILD_DIR) -j$(JOBS)
 
-# The wineserver is started here, outside ctest's pipes, and the ctest fixture
+# Includes must point down the floors of the code before anything runs. The
+# wineserver is started here, outside ctest's pipes, and the ctest fixture
 # wine_up finds it running.
 test: build
+	bash tools/check-includes.sh
 	bash tools/wine-up.sh
 	ctest --test-dir $(BUILD_DIR) --output-on-failure -j$(JOBS)
 

@@ -71,17 +71,13 @@ HRESULT OracleVssInitLib(const wchar_t* logName, wchar_t** errorText)
 HRESULT OracleVssStopLib(wchar_t** errorText)
 {
     return RunFrame("Failed to stop oracle VSS lib.", errorText,
-                    [] { specific::oracle::g_oracleEntriesHolder.reset(); });
+                    [] { specific::oracle::GetVssGate().DropEntries(); });
 }
 
 HRESULT OracleGatherVssInfo(void*, void*, wchar_t** result, wchar_t** errorText)
 {
     return RunFrame("Failed to gather oracle info.", errorText, [&] {
-        const std::shared_ptr<specific::oracle::OracleEntries> entries =
-            specific::oracle::g_oracleEntriesHolder;
-        if (!entries)
-            throw exc::runtime_exc_t("No Oracle VSS entries were gathered.");
-        const std::wstring text = specific::oracle::GatherVssInfoXml(*entries);
+        const std::wstring text = specific::oracle::GetVssGate().GatherVssInfo();
         *result = CopyToHeap(text);
     });
 }

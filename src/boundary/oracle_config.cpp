@@ -1,26 +1,18 @@
 #include "boundary/oracle_config.h"
 
 #include <windows.h>
-#include <shlobj.h>
 
 #include <string>
 #include <utility>
 
-#include "common/exc/exc.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
-#include "common/win/file.h"
 #include "common/win/registry.h"
 
 namespace specific {
 namespace oracle {
 
 namespace {
-
-bool ends_with_separator(const std::wstring& path)
-{
-    return !path.empty() && (path.back() == L'\\' || path.back() == L'/');
-}
 
 // A DWORD that is absent, of another type or unreadable leaves the default.
 int32_t read_int(const win::win_reg_key_t& key, const wchar_t* name, int32_t current)
@@ -53,23 +45,6 @@ std::wstring read_string(const win::win_reg_key_t& key, const wchar_t* name,
 
 } // namespace
 
-COracleBaseConfig::COracleBaseConfig()
-{
-    try {
-        wchar_t folder[MAX_PATH + 1] = {};
-        const HRESULT result =
-            SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, 0, folder);
-        if (result != S_OK)
-            throw exc::com_exc_t(result, "Cannot get the path to the system directory containing "
-                                         "application data for all users");
-        tempLogPath = win::join_path(win::join_path(folder, L"Brelm\\Backup"), L"OracleLogBackup");
-        if (!ends_with_separator(tempLogPath))
-            tempLogPath += L"\\";
-    } catch (const std::exception& e) {
-        logging::oralib().error_exc("Failed to init base config", e);
-    }
-}
-
 COracleConfig::COracleConfig()
 {
     try {
@@ -101,6 +76,11 @@ const COracleConfig& COracleConfig::Instance()
 {
     static const COracleConfig config;
     return config;
+}
+
+const COracleBaseConfig& OracleSettings()
+{
+    return COracleConfig::Instance();
 }
 
 void COracleConfig::Log() const

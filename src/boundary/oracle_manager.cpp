@@ -1,5 +1,6 @@
 #include "boundary/oracle_manager.h"
 
+#include "boundary/console_check.h"
 #include "boundary/oracle_config.h"
 #include "common/exc/exc.h"
 #include "common/logging/log.h"
@@ -7,7 +8,6 @@
 #include "common/win/file.h"
 #include "common/xml/xml.h"
 #include "oracle/backup/backup_meta.h"
-#include "oracle/inventory/console_check.h"
 
 #include <iostream>
 

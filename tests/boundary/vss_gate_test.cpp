@@ -6,7 +6,7 @@
 
 using specific::oracle::GatherVssInfoXml;
 using specific::oracle::GetVssGate;
-using specific::oracle::OracleEntries;
+using specific::oracle::SOracleEntries;
 using specific::oracle::SOracleEntry;
 
 TEST(VssGate, SkippedSidsMatchExactlyAndCaseSensitively)
@@ -28,7 +28,7 @@ TEST(VssEntriesDocument, FailedEntryCarriesOnlySidAndError)
     failed.sid = L"TEST";
     failed.dbName = L"ignored";
     failed.error = L"Timeout & more";
-    EXPECT_EQ(GatherVssInfoXml(OracleEntries{good, failed}),
+    EXPECT_EQ(GatherVssInfoXml(SOracleEntries{good, failed}),
               L"<OracleEntries>\n"
               L"    <OracleEntry sid=\"ORCL\" db_name=\"DB\u00e9\" instance_open=\"true\" "
               L"db_open_readonly=\"false\" db_archive_logs_on=\"true\" db_active=\"true\" />\n"

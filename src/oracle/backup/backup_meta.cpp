@@ -1,7 +1,7 @@
 #include "oracle/backup/backup_meta.h"
 
-#include "boundary/oracle_config.h"
 #include "common/win/file.h"
+#include "oracle/oracle_settings.h"
 
 namespace specific {
 namespace oracle {
@@ -9,7 +9,7 @@ namespace oracle {
 std::wstring GetRestoreMetaPath()
 {
     const std::wstring path =
-        win::join_path(COracleConfig::Instance().tempLogPath, L"OracleMeta.xml");
+        win::join_path(OracleSettings().tempLogPath, L"OracleMeta.xml");
     win::create_folders(path);
     return path;
 }

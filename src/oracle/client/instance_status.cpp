@@ -1,12 +1,12 @@
 #include "oracle/client/instance_status.h"
 
-#include "boundary/oracle_config.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "oracle/client/guarded_thread.h"
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/oracle_query.h"
 #include "oracle/client/oracle_session.h"
+#include "oracle/oracle_settings.h"
 
 #include <cstdio>
 
@@ -65,7 +65,7 @@ void COracleInstanceStatus::GetStatus(std::wstring& status,
         threadError.reset();
         COracleSession& target = *session;
         CGuardedThread thread([this, &target, type, &status] { StatusThread(target, type, status); });
-        if (!thread.Join(COracleConfig::Instance().connectionTimeoutSec)) {
+        if (!thread.Join(OracleSettings().connectionTimeoutSec)) {
             session->abandoned = true;
             TerminateStatusThread(thread);
             throw COracleStatusQueryTimeoutExc("Failed to wait checking if oracle instance is opened");

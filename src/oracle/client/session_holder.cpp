@@ -1,14 +1,14 @@
 #include "oracle/client/session_holder.h"
 
-#include "boundary/oracle_config.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "oracle/client/guarded_thread.h"
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/oracle_query.h"
+#include "oracle/client/oracle_sid.h"
 #include "oracle/client/seh_guard.h"
 #include "oracle/client/win_ora_interface.h"
-#include "oracle/inventory/oracle_homes.h"
+#include "oracle/oracle_settings.h"
 
 #include <cstdlib>
 
@@ -60,7 +60,7 @@ COracleSessionHolder::COracleSessionHolder(const std::wstring& sid, const std::w
                                            util::wide_to_ansi(sid));
         std::lock_guard<std::recursive_mutex> lock(g_sessionInitLock());
         CGuardedThread thread([this] { InitThread(); });
-        if (!thread.Join(COracleConfig::Instance().connectionTimeoutSec)) {
+        if (!thread.Join(OracleSettings().connectionTimeoutSec)) {
             TerminateInitThread(thread);
             throw COracleInitTimeoutExc("Failed to wait oracle session initialization");
         }

@@ -2,11 +2,11 @@
 
 #include <locale>
 
-#include "boundary/oracle_config.h"
 #include "common/exc/exc.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "common/win/registry.h"
+#include "oracle/oracle_settings.h"
 
 namespace specific {
 namespace oracle {
@@ -72,7 +72,7 @@ bool EqualsFolded(const std::wstring& a, const std::wstring& b)
 } // namespace
 
 COracleHomes::COracleHomes(const std::vector<std::wstring>& excludes)
-    : COracleHomes(excludes, COracleConfig::Instance().useAutostartOption)
+    : COracleHomes(excludes, OracleSettings().useAutostartOption)
 {
 }
 

@@ -5,21 +5,10 @@
 
 #include <windows.h>
 
+#include "oracle/client/oracle_sid.h"
+
 namespace specific {
 namespace oracle {
-
-// One Oracle instance installed on this machine.
-struct SOracleSid {
-    // As the service's image path spells it; the case is left as found.
-    std::wstring sid;
-    // ORACLE_HOME of the home, given to the session as its home.
-    std::wstring homePath;
-    // ORACLE_HOME_NAME of the home, by which instances are grouped into homes.
-    std::wstring homeName;
-    bool isAsm = false;
-    // Belongs to the home, not to the SID: see ReadHomeAutostart.
-    bool isAutostart = true;
-};
 
 // The Oracle instances of this machine, read from the registry alone: the
 // homes under SOFTWARE\ORACLE, the Oracle services, and a pairing of the two

@@ -1,5 +1,6 @@
 #include "oracle/inventory/vss_gate.h"
 
+#include "common/exc/exc.h"
 #include "common/strings/strings.h"
 #include "common/xml/xml.h"
 #include "oracle/inventory/vss_functionality.h"
@@ -7,32 +8,42 @@
 namespace specific {
 namespace oracle {
 
-std::shared_ptr<OracleEntries> g_oracleEntriesHolder;
-
-bool VssGate::IsVssEnabled()
+bool CVssGate::IsVssEnabled()
 {
     if (!vssEnabled)
         vssEnabled = std::make_shared<bool>(ComputeVssEnabled());
     return *vssEnabled;
 }
 
-bool VssGate::IsSkipped(const std::wstring& sid) const
+bool CVssGate::IsSkipped(const std::wstring& sid) const
 {
     return skipSids.find(sid) != skipSids.end();
 }
 
-void VssGate::AddSkippedSid(const std::wstring& sid)
+void CVssGate::AddSkippedSid(const std::wstring& sid)
 {
     skipSids.insert(sid);
 }
 
-VssGate& GetVssGate()
+std::wstring CVssGate::GatherVssInfo() const
 {
-    static VssGate gate;
+    if (!entries)
+        throw exc::runtime_exc_t("No Oracle VSS entries were gathered.");
+    return GatherVssInfoXml(*entries);
+}
+
+void CVssGate::DropEntries()
+{
+    entries.reset();
+}
+
+CVssGate& GetVssGate()
+{
+    static CVssGate gate;
     return gate;
 }
 
-std::wstring GatherVssInfoXml(const OracleEntries& entries)
+std::wstring GatherVssInfoXml(const SOracleEntries& entries)
 {
     util::xml_document_t document("OracleEntries");
     util::xml_node_t root = document.root();

@@ -20,15 +20,11 @@ struct SOracleEntry {
     bool ok = false;
 };
 
-using OracleEntries = std::vector<SOracleEntry>;
-
-// The entries that OracleGatherVssInfo reports. Only OracleVssStopLib changes
-// it (it empties it); nothing in the library fills it.
-extern std::shared_ptr<OracleEntries> g_oracleEntriesHolder;
+using SOracleEntries = std::vector<SOracleEntry>;
 
 // The process-wide answers about Oracle's VSS writer: which SIDs must have
 // their writer left out, and whether VSS may be used at all.
-class VssGate {
+class CVssGate {
 public:
     // The verdict, cached for the life of the process once it is known.
     bool IsVssEnabled();
@@ -36,15 +32,22 @@ public:
     bool IsSkipped(const std::wstring& sid) const;
     void AddSkippedSid(const std::wstring& sid);
 
+    // The entries document of what was gathered about the databases. Nothing
+    // in the library gathers entries yet, so this raises until something does.
+    std::wstring GatherVssInfo() const;
+    // Forgets the gathered entries.
+    void DropEntries();
+
 private:
     std::set<std::wstring> skipSids;
     std::shared_ptr<bool> vssEnabled;
+    std::shared_ptr<const SOracleEntries> entries;
 };
 
-VssGate& GetVssGate();
+CVssGate& GetVssGate();
 
 // The entries document: root OracleEntries, one OracleEntry per record.
-std::wstring GatherVssInfoXml(const OracleEntries& entries);
+std::wstring GatherVssInfoXml(const SOracleEntries& entries);
 
 } // namespace oracle
 } // namespace specific

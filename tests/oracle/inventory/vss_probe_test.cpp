@@ -18,7 +18,7 @@ namespace {
 using inventory_test::CSimMachine;
 using specific::oracle::CheckDbActiveForVss;
 using specific::oracle::IsVssWriterServiceEnabled;
-using specific::oracle::VssGate;
+using specific::oracle::CVssGate;
 
 testing::Environment* const g_environment =
     testing::AddGlobalTestEnvironment(new test::short_timeout_environment_t);
@@ -110,7 +110,7 @@ TEST(VssWriterService, OnlyARunningOrStartingWriterCountsAndAMissingOneIsAWarnin
 class VssVerdictOnTheMachine : public testing::Test {
 protected:
     CSimMachine machine;
-    VssGate gate;
+    CVssGate gate;
 };
 
 TEST_F(VssVerdictOnTheMachine, InactiveDatabaseWithARunningWriterDisablesVssAndStopsTheSearch)

@@ -1,4 +1,4 @@
-#include "oracle/inventory/console_check.h"
+#include "boundary/console_check.h"
 
 #include <windows.h>
 
