@@ -3,7 +3,6 @@
 #include "common/exc/exc.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
-#include "oracle/client/oracle_session.h"
 
 #include <cwctype>
 #include <utility>
@@ -52,7 +51,7 @@ bool COracleQueryResult::Next(COracleRow& row)
     return true;
 }
 
-COracleQuery::COracleQuery(const COracleSession& owner)
+COracleQuery::COracleQuery(const SOracleSessionHandles& owner)
     : env(owner.env), serviceContext(owner.serviceContext), server(owner.server),
       session(owner.session)
 {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "oracle/client/oracle_env.h"
+#include "oracle/client/session_handles.h"
 
 #include <cstdint>
 #include <memory>
@@ -9,8 +9,6 @@
 
 namespace specific {
 namespace oracle {
-
-class COracleSession;
 
 using COracleRow = std::vector<std::wstring>;
 
@@ -31,7 +29,7 @@ public:
 // per round trip, each value as a wide string.
 class COracleQuery {
 public:
-    explicit COracleQuery(const COracleSession& session);
+    explicit COracleQuery(const SOracleSessionHandles& session);
 
     std::shared_ptr<COracleQueryResult> Exec(const std::string& sql, uint32_t columnCount,
                                              bool upperCase);

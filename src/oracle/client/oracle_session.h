@@ -1,7 +1,7 @@
 #pragma once
 
 #include "oracle/client/oracle_credentials.h"
-#include "oracle/client/oracle_env.h"
+#include "oracle/client/session_handles.h"
 
 #include <memory>
 #include <string>
@@ -14,8 +14,9 @@ class COracleCmdExec;
 
 // One logged-on OCI session, with the few facts every user of it needs.
 // Made on the init thread of a COracleSessionHolder, then used by one thread
-// at a time.
-class COracleSession {
+// at a time. Its handles are a record of their own, the part that queries and
+// commands are given.
+class COracleSession : public SOracleSessionHandles {
 public:
     explicit COracleSession(const SOracleCredentials& credentials);
     ~COracleSession();
@@ -40,10 +41,6 @@ public:
     std::shared_ptr<COracleQuery> NewQuery() const;
     std::shared_ptr<COracleCmdExec> NewCmdExec(const std::string& command) const;
 
-    std::shared_ptr<COracleEnv> env;
-    std::shared_ptr<COracleHandle> serviceContext;
-    std::shared_ptr<COracleHandle> server;
-    std::shared_ptr<COracleHandle> session;
     bool valid = false;
     bool serverAttached = false;
     // An init or status thread was killed on this session: its handles are

@@ -1,6 +1,6 @@
 #include "support/ocisim_world.h"
 
-#include "oracle/client/cmd_exec.h"
+#include "oracle/client/asm_files.h"
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/oracle_query.h"
 #include "oracle/client/oracle_session.h"
