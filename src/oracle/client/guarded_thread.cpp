@@ -1,7 +1,11 @@
 #include "oracle/client/guarded_thread.h"
 
 #include "common/exc/exc.h"
+#include "common/logging/log.h"
+#include "common/strings/strings.h"
 
+#include <cstdio>
+#include <memory>
 #include <utility>
 
 namespace specific {
@@ -17,6 +21,9 @@ constexpr DWORD kSafePointGraceMs = 500;
 
 constexpr DWORD kTimeoutExitCode = 1460;
 
+// The longest single wait; INFINITE, one more, would never end.
+constexpr DWORD kLongestWaitMs = INFINITE - 1;
+
 // The slot holds, on a guarded thread, the address of its "in client" flag.
 DWORD client_flag_slot()
 {
@@ -27,6 +34,26 @@ DWORD client_flag_slot()
 bool has_ended(HANDLE thread)
 {
     return WaitForSingleObject(thread, 0) == WAIT_OBJECT_0;
+}
+
+std::string thread_id_text(DWORD id)
+{
+    char text[32] = "{Not-any-thread}";
+    if (id != 0)
+        std::snprintf(text, sizeof(text), "%lx", static_cast<unsigned long>(id));
+    return text;
+}
+
+void end_late_thread(CGuardedThread& thread, const SLateThread& late)
+{
+    const std::string id = thread_id_text(thread.Id());
+    logging::log_operation_t operation(logging::oralib(), util::format_msg(late.terminating, id));
+    const bool ended = thread.Terminate();
+    const DWORD error = GetLastError();
+    late.abandon();
+    if (!ended)
+        throw exc::win_sys_exc_t(late.terminateFailed, id, error);
+    operation.ok();
 }
 
 } // namespace
@@ -81,8 +108,19 @@ DWORD WINAPI CGuardedThread::Run(LPVOID param)
 
 bool CGuardedThread::Join(int32_t timeoutSec)
 {
-    const DWORD waitMs = timeoutSec > 0 ? static_cast<DWORD>(timeoutSec) * 1000u : 0u;
-    return WaitForSingleObject(handle_, waitMs) == WAIT_OBJECT_0;
+    // In 64 bits: a timeout of 4,294,968 s or more has more milliseconds than
+    // a DWORD holds, so the wait goes in slices up to the deadline.
+    const ULONGLONG waitMs = timeoutSec > 0 ? static_cast<ULONGLONG>(timeoutSec) * 1000u : 0u;
+    const ULONGLONG deadline = GetTickCount64() + waitMs;
+    for (;;) {
+        const ULONGLONG now = GetTickCount64();
+        const ULONGLONG left = now < deadline ? deadline - now : 0;
+        const DWORD slice = left < kLongestWaitMs ? static_cast<DWORD>(left) : kLongestWaitMs;
+        if (WaitForSingleObject(handle_, slice) == WAIT_OBJECT_0)
+            return true;
+        if (slice == left)
+            return false;
+    }
 }
 
 bool CGuardedThread::Terminate()
@@ -115,6 +153,26 @@ bool CGuardedThread::Terminate()
             ResumeThread(handle_);
         Sleep(1);
     }
+}
+
+void RunWithDeadline(int32_t timeoutSec, std::function<void()> body, const SLateThread& late)
+{
+    // Shared with the thread: one whose end fails may still write it after
+    // this call has gone.
+    const auto error = std::make_shared<std::shared_ptr<exc::exc_base_t>>();
+    CGuardedThread thread([body = std::move(body), error] {
+        try {
+            body();
+        } catch (const std::exception& e) {
+            *error = exc::to_exc_ptr(e);
+        }
+    });
+    if (!thread.Join(timeoutSec)) {
+        end_late_thread(thread, late);
+        late.raiseTimeout();
+    }
+    if (*error)
+        (*error)->rethrow();
 }
 
 } // namespace oracle

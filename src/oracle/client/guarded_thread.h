@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 
 namespace specific {
 namespace oracle {
@@ -57,6 +58,26 @@ private:
     HANDLE handle_ = nullptr;
     DWORD id_ = 0;
 };
+
+// What a caller says and does about its thread once the deadline has passed.
+struct SLateThread {
+    // The log operation that ends the thread, and the failure raised when it
+    // can't be ended; "%1" stands for the thread's id in hex.
+    std::string terminating;
+    std::string terminateFailed;
+    // Marks the thread's work abandoned, so that its client handles are never
+    // touched again. Called once the end was tried, whether it worked or not.
+    std::function<void()> abandon;
+    // Raises the caller's own timeout, once the thread is gone.
+    std::function<void()> raiseTimeout;
+};
+
+// Runs `body` on a CGuardedThread and waits for it no longer than
+// `timeoutSec` seconds (not at all for 0 or less; the deadline is counted in
+// 64 bits, so no value wraps). A thread that ends in time has what `body`
+// threw raised again here, with its type. A late one is ended as `late` says,
+// and the caller's timeout is raised.
+void RunWithDeadline(int32_t timeoutSec, std::function<void()> body, const SLateThread& late);
 
 } // namespace oracle
 } // namespace specific

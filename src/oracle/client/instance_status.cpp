@@ -1,5 +1,6 @@
 #include "oracle/client/instance_status.h"
 
+#include "common/exc/exc.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "oracle/client/guarded_thread.h"
@@ -8,7 +9,7 @@
 #include "oracle/client/oracle_session.h"
 #include "oracle/oracle_settings.h"
 
-#include <cstdio>
+#include <memory>
 
 namespace specific {
 namespace oracle {
@@ -62,16 +63,17 @@ void COracleInstanceStatus::GetStatus(std::wstring& status,
 {
     try {
         logging::log_operation_t operation("Getting oracle %1 status", type_word(type));
-        threadError.reset();
-        COracleSession& target = *session;
-        CGuardedThread thread([this, &target, type, &status] { StatusThread(target, type, status); });
-        if (!thread.Join(OracleSettings().connectionTimeoutSec)) {
-            session->abandoned = true;
-            TerminateStatusThread(thread);
-            throw COracleStatusQueryTimeoutExc("Failed to wait checking if oracle instance is opened");
-        }
-        if (threadError)
-            threadError->rethrow();
+        // Shared with the thread, which may outlive this call if it can't be ended.
+        const auto found = std::make_shared<std::wstring>();
+        RunWithDeadline(OracleSettings().connectionTimeoutSec,
+                        [session, type, found] { *found = StatusThread(*session, type); },
+                        {"Terminating thread %1", "Failed to terminate thread %1",
+                         [&session] { session->abandoned = true; },
+                         [] {
+                             throw COracleStatusQueryTimeoutExc(
+                                 "Failed to wait checking if oracle instance is opened");
+                         }});
+        status = *found;
         logging::oralib().info("Oracle instance status: %1", util::wide_to_ansi_safe(status));
         operation.ok();
     } catch (const std::exception& e) {
@@ -79,18 +81,17 @@ void COracleInstanceStatus::GetStatus(std::wstring& status,
     }
 }
 
-void COracleInstanceStatus::StatusThread(COracleSession& session, StatusQueryType type,
-                                         std::wstring& status)
+std::wstring COracleInstanceStatus::StatusThread(COracleSession& session, StatusQueryType type)
 {
     try {
         try {
-            status = GetStatusImpl(session, type);
+            return GetStatusImpl(session, type);
         } catch (const std::exception& e) {
             exc::throw_nested_trace("Getting oracle database thread failed", e);
         }
     } catch (const std::exception& e) {
         logging::oralib().error_exc(e);
-        threadError = exc::to_exc_ptr(e);
+        throw;
     }
 }
 
@@ -114,19 +115,6 @@ std::wstring COracleInstanceStatus::GetStatusImpl(COracleSession& session, Statu
     } catch (const std::exception& e) {
         exc::throw_nested_trace(util::format_msg("Checking if oracle %1 is open thread failed", word), e);
     }
-}
-
-void COracleInstanceStatus::TerminateStatusThread(CGuardedThread& thread)
-{
-    char id[32] = "{Not-any-thread}";
-    if (thread.Id() != 0)
-        std::snprintf(id, sizeof(id), "%lx", static_cast<unsigned long>(thread.Id()));
-    logging::log_operation_t operation("Terminating thread %1", id);
-    if (!thread.Terminate()) {
-        const DWORD error = GetLastError();
-        throw exc::win_sys_exc_t("Failed to terminate thread %1", id, error);
-    }
-    operation.ok();
 }
 
 } // namespace oracle

@@ -1,14 +1,11 @@
 #pragma once
 
-#include "common/exc/exc.h"
-
 #include <memory>
 #include <string>
 
 namespace specific {
 namespace oracle {
 
-class CGuardedThread;
 class COracleSession;
 
 // Asks a session whether its instance is open or its database active. The
@@ -27,11 +24,8 @@ public:
                    StatusQueryType type);
 
 private:
-    void StatusThread(COracleSession& session, StatusQueryType type, std::wstring& status);
+    static std::wstring StatusThread(COracleSession& session, StatusQueryType type);
     static std::wstring GetStatusImpl(COracleSession& session, StatusQueryType type);
-    static void TerminateStatusThread(CGuardedThread& thread);
-
-    std::shared_ptr<exc::exc_base_t> threadError;
 };
 
 } // namespace oracle

@@ -21,6 +21,14 @@ namespace {
 constexpr unsigned long kDelayLoadModuleNotFound = 0xC06D007Eul;
 constexpr unsigned long kDelayLoadProcNotFound = 0xC06D007Ful;
 
+// The session init under the structured exception guard. What it raises is
+// caught inside the guard and handed out through here: a C++ exception that
+// left the guard's frame would leave its fault slot pointing into that frame.
+struct SGuardedInit {
+    COracleSessionHolder* holder;
+    std::shared_ptr<exc::exc_base_t> error;
+};
+
 } // namespace
 
 std::shared_ptr<COracleSessionHolder> MakeSessionHolder(const SOracleSid& sidRecord,
@@ -59,13 +67,18 @@ COracleSessionHolder::COracleSessionHolder(const std::wstring& sid, const std::w
         logging::log_operation_t operation("Creating oracle session holder: %1.",
                                            util::wide_to_ansi(sid));
         std::lock_guard<std::recursive_mutex> lock(g_sessionInitLock());
-        CGuardedThread thread([this] { InitThread(); });
-        if (!thread.Join(OracleSettings().connectionTimeoutSec)) {
-            TerminateInitThread(thread);
-            throw COracleInitTimeoutExc("Failed to wait oracle session initialization");
-        }
-        if (initError)
-            initError->rethrow();
+        RunWithDeadline(OracleSettings().connectionTimeoutSec, [this] { InitThread(); },
+                        {"Terminating oracle init thread",
+                         "Failed to terminate oracle session init thread",
+                         // Whatever session the thread made is never touched again.
+                         [this] {
+                             if (session)
+                                 session->abandoned = true;
+                         },
+                         [] {
+                             throw COracleInitTimeoutExc(
+                                 "Failed to wait oracle session initialization");
+                         }});
         if (!session)
             throw COracleSessionCreateExc("Failed to create oracle session holder.");
         if (!session->valid)
@@ -84,50 +97,38 @@ std::shared_ptr<COracleQuery> COracleSessionHolder::NewQuery() const
     return session->NewQuery();
 }
 
-void COracleSessionHolder::TerminateInitThread(CGuardedThread& thread)
-{
-    logging::log_operation_t operation(logging::oralib(), "Terminating oracle init thread");
-    const bool ended = thread.Terminate();
-    const DWORD error = GetLastError();
-    // The thread is gone (or out of reach): whatever session it made is
-    // never touched again.
-    if (session)
-        session->abandoned = true;
-    if (!ended)
-        throw exc::win_sys_exc_t("Failed to terminate oracle session init thread", error);
-    operation.ok();
-}
-
 void COracleSessionHolder::InitThread()
 {
     try {
         SetEnvVariable(L"ORACLE_HOME", homePath);
         SetEnvVariable(L"ORACLE_SID", sid);
         CWinOraInterface::Instance();
-        const unsigned long code = orasnap_seh_guarded_call(&InitSessionGuarded, this);
+        SGuardedInit init{this, nullptr};
+        const unsigned long code = orasnap_seh_guarded_call(&InitSessionGuarded, &init);
         if (code == kDelayLoadModuleNotFound || code == kDelayLoadProcNotFound)
             logging::oralib().error("Failed to load OCI library");
         else if (code != 0)
             logging::oralib().error(
                 "SEH exception has occurred while initializing Oracle session, exception code: %1",
                 util::hex_str(static_cast<uint32_t>(code)));
-        if (guardedError)
-            guardedError->rethrow();
+        if (init.error)
+            init.error->rethrow();
     } catch (const COracleClientLoadExc& e) {
+        // No session comes of it, and that is the failure the caller sees.
         logging::oralib().error_exc("Failed to load OCI library", e);
     } catch (const std::exception& e) {
         logging::oralib().error_exc("Oracle session init thread failed", e);
-        initError = exc::to_exc_ptr(e);
+        throw;
     }
 }
 
-void COracleSessionHolder::InitSessionGuarded(void* holder)
+void COracleSessionHolder::InitSessionGuarded(void* init)
 {
-    auto* self = static_cast<COracleSessionHolder*>(holder);
+    auto* guarded = static_cast<SGuardedInit*>(init);
     try {
-        self->InitSession();
+        guarded->holder->InitSession();
     } catch (const std::exception& e) {
-        self->guardedError = exc::to_exc_ptr(e);
+        guarded->error = exc::to_exc_ptr(e);
     }
 }
 

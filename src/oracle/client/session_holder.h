@@ -11,7 +11,6 @@
 namespace specific {
 namespace oracle {
 
-class CGuardedThread;
 class COracleQuery;
 struct SOracleSid;
 
@@ -34,18 +33,13 @@ public:
 private:
     void InitThread();
     void InitSession();
-    static void InitSessionGuarded(void* holder);
-    void TerminateInitThread(CGuardedThread& thread);
+    static void InitSessionGuarded(void* init);
 
     std::shared_ptr<COracleSession> session;
     std::wstring homePath;
     std::wstring sid;
     SOracleCredentials credentials;
     bool prelimAuth;
-    std::shared_ptr<exc::exc_base_t> initError;
-    // What InitSession raised under the structured exception guard, handed
-    // out of it to the init thread's own handler.
-    std::shared_ptr<exc::exc_base_t> guardedError;
 };
 
 // The forgiving factory: a holder for the instance, or an empty pointer when

@@ -1,4 +1,5 @@
 #include "oracle/client/guarded_thread.h"
+#include "oracle/client/oracle_exc.h"
 #include "oracle/client/seh_guard.h"
 
 #include <gtest/gtest.h>
@@ -90,4 +91,23 @@ TEST(SehGuard, FaultsEndTheCallWithTheirCodeAndCppExceptionsPassThrough)
         caught = e.what();
     }
     EXPECT_EQ(caught, "through the guard");
+}
+
+TEST(RunWithDeadline, DeadlinesBeyondFortyNineDaysDoNotWrapAndTheThreadsFailureComesBackTyped)
+{
+    // 4,294,968 s is 4,294,968,000 ms: counted in 32 bits that is a 0.7 s deadline.
+    const SLateThread late{"Terminating thread %1", "Failed to terminate thread %1",
+                           [] { ADD_FAILURE() << "abandoned"; },
+                           [] { throw std::runtime_error("late"); }};
+    bool finished = false;
+    RunWithDeadline(4294968, [&] { Sleep(1000); finished = true; }, late);
+    EXPECT_TRUE(finished);
+
+    std::string caught;
+    try {
+        RunWithDeadline(4294968, [] { throw COracleExc("refused", 1017); }, late);
+    } catch (const COracleExc& e) {
+        caught = std::string(e.what()) + " " + std::to_string(e.code());
+    }
+    EXPECT_EQ(caught, "refused 1017");
 }
