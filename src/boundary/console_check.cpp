@@ -20,7 +20,7 @@ namespace {
 
 // A service or a pipe has no one to press a key: waiting there would block
 // the caller for ever.
-bool StandardInputIsConsole()
+bool standard_input_is_console()
 {
     const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
     DWORD mode = 0;
@@ -28,7 +28,7 @@ bool StandardInputIsConsole()
            GetFileType(input) == FILE_TYPE_CHAR && GetConsoleMode(input, &mode) != 0;
 }
 
-void CheckInstance(std::ostream& out, const SOracleSid& sid)
+void check_instance(std::ostream& out, const SOracleSid& sid)
 {
     const std::shared_ptr<COracleSessionHolder> holder =
         MakeSessionHolder(sid, SOracleCredentials());
@@ -63,8 +63,8 @@ void RunConsoleCheck(std::ostream& out)
 {
     const COracleHomes homes(std::vector<std::wstring>{});
     for (const SOracleSid& sid : homes.Sids())
-        CheckInstance(out, sid);
-    if (StandardInputIsConsole())
+        check_instance(out, sid);
+    if (standard_input_is_console())
         std::system("pause");
 }
 

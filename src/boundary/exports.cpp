@@ -32,7 +32,7 @@ bool g_libInitialized = false;
 // Runs `body` and reports a std::exception as E_FAIL with its text in
 // `errorText`. Output cells are written by `body` only once it has succeeded.
 template <typename Body>
-HRESULT RunFrame(const char* literal, wchar_t** errorText, Body body)
+HRESULT run_frame(const char* literal, wchar_t** errorText, Body body)
 {
     try {
         body();
@@ -44,7 +44,7 @@ HRESULT RunFrame(const char* literal, wchar_t** errorText, Body body)
 }
 
 // Copies the database login and password and narrows them for the client.
-SOracleCredentials CopyCredentials(const wchar_t* login, const wchar_t* password)
+SOracleCredentials copy_credentials(const wchar_t* login, const wchar_t* password)
 {
     const std::wstring passwordCopy(password);
     const std::wstring loginCopy(login);
@@ -59,7 +59,7 @@ HRESULT OracleVssInitLib(const wchar_t* logName, wchar_t** errorText)
 {
     if (g_libInitialized)
         return S_OK;
-    return RunFrame("Failed to initialize oracle VSS lib.", errorText, [&] {
+    return run_frame("Failed to initialize oracle VSS lib.", errorText, [&] {
         const std::wstring name(logName);
         util::init_common_lib(name, std::vector<std::wstring>());
         COracleManager::Instance();
@@ -70,13 +70,13 @@ HRESULT OracleVssInitLib(const wchar_t* logName, wchar_t** errorText)
 
 HRESULT OracleVssStopLib(wchar_t** errorText)
 {
-    return RunFrame("Failed to stop oracle VSS lib.", errorText,
+    return run_frame("Failed to stop oracle VSS lib.", errorText,
                     [] { specific::oracle::GetVssGate().DropEntries(); });
 }
 
 HRESULT OracleGatherVssInfo(void*, void*, wchar_t** result, wchar_t** errorText)
 {
-    return RunFrame("Failed to gather oracle info.", errorText, [&] {
+    return run_frame("Failed to gather oracle info.", errorText, [&] {
         const std::wstring text = specific::oracle::GetVssGate().GatherVssInfo();
         *result = CopyToHeap(text);
     });
@@ -84,7 +84,7 @@ HRESULT OracleGatherVssInfo(void*, void*, wchar_t** result, wchar_t** errorText)
 
 HRESULT OracleShouldSkipVssWriter(const wchar_t* sid, bool* skip, wchar_t** errorText)
 {
-    return RunFrame("Failed to check if should skip VSS writer", errorText, [&] {
+    return run_frame("Failed to check if should skip VSS writer", errorText, [&] {
         const std::wstring sidCopy(sid);
         const bool skipped = specific::oracle::GetVssGate().IsSkipped(sidCopy);
         *skip = skipped;
@@ -93,7 +93,7 @@ HRESULT OracleShouldSkipVssWriter(const wchar_t* sid, bool* skip, wchar_t** erro
 
 HRESULT OracleCheckVssFunctionality(bool* functional, wchar_t** errorText)
 {
-    return RunFrame("Failed to check VSS functionality.", errorText, [&] {
+    return run_frame("Failed to check VSS functionality.", errorText, [&] {
         const bool enabled = specific::oracle::GetVssGate().IsVssEnabled();
         *functional = enabled;
     });
@@ -108,9 +108,9 @@ HRESULT OracleExploreInstances(bool exploreFlag, const wchar_t* login, const wch
                                const wchar_t* exploreDbConfigXml, wchar_t** result,
                                wchar_t** errorText)
 {
-    return RunFrame("Failed to explore oracle instances.", errorText, [&] {
+    return run_frame("Failed to explore oracle instances.", errorText, [&] {
         const std::wstring configCopy(exploreDbConfigXml);
-        const SOracleCredentials credentials = CopyCredentials(login, password);
+        const SOracleCredentials credentials = copy_credentials(login, password);
         const std::wstring text =
             COracleManager::Instance().ExploreInstances(exploreFlag, credentials, configCopy);
         *result = CopyToHeap(text);
@@ -121,8 +121,8 @@ HRESULT OracleBackupLogs(const wchar_t* homePath, const wchar_t* sid, const wcha
                          const wchar_t* lastRecId, const wchar_t* login, const wchar_t* password,
                          wchar_t** result, wchar_t** errorText)
 {
-    return RunFrame("Failed to backup oracle logs.", errorText, [&] {
-        const SOracleCredentials credentials = CopyCredentials(login, password);
+    return run_frame("Failed to backup oracle logs.", errorText, [&] {
+        const SOracleCredentials credentials = copy_credentials(login, password);
         const std::wstring text = COracleManager::Instance().BackupLogs(
             std::wstring(homePath), std::wstring(sid), std::wstring(usn), std::wstring(lastRecId),
             credentials);
@@ -132,7 +132,7 @@ HRESULT OracleBackupLogs(const wchar_t* homePath, const wchar_t* sid, const wcha
 
 HRESULT OracleEnumLogs(wchar_t** result, wchar_t** errorText)
 {
-    return RunFrame("Failed to enum oracle logs.", errorText, [&] {
+    return run_frame("Failed to enum oracle logs.", errorText, [&] {
         const std::wstring text = COracleManager::Instance().EnumLogs();
         *result = CopyToHeap(text);
     });
@@ -143,10 +143,10 @@ HRESULT OraclePrepareDbsForBackup(const wchar_t* dbsXml, const wchar_t* exploreD
                                   const wchar_t* osLogin, const wchar_t* osPassword,
                                   wchar_t** result, wchar_t** errorText)
 {
-    return RunFrame("Failed to prepare dbs for backup", errorText, [&] {
+    return run_frame("Failed to prepare dbs for backup", errorText, [&] {
         // The operating system account stays wide: it is kept for the restore, not
         // handed to Oracle.
-        const SOracleCredentials credentials = CopyCredentials(login, password);
+        const SOracleCredentials credentials = copy_credentials(login, password);
         const std::wstring text = COracleManager::Instance().PrepareDbsForBackup(
             std::wstring(dbsXml), std::wstring(exploreDbConfigXml), credentials,
             std::wstring(osLogin), std::wstring(osPassword));
@@ -157,8 +157,8 @@ HRESULT OraclePrepareDbsForBackup(const wchar_t* dbsXml, const wchar_t* exploreD
 HRESULT OracleFinishDbsBackup(const wchar_t* dbsXml, const wchar_t* login, const wchar_t* password,
                               wchar_t** errorText)
 {
-    return RunFrame("Failed to finish dbs backup", errorText, [&] {
-        const SOracleCredentials credentials = CopyCredentials(login, password);
+    return run_frame("Failed to finish dbs backup", errorText, [&] {
+        const SOracleCredentials credentials = copy_credentials(login, password);
         COracleManager::Instance().FinishDbsBackup(std::wstring(dbsXml), credentials);
     });
 }
@@ -166,8 +166,8 @@ HRESULT OracleFinishDbsBackup(const wchar_t* dbsXml, const wchar_t* login, const
 HRESULT OracleDeleteLogsByTime(const wchar_t* homePath, const wchar_t* sid, int32_t minutes,
                                const wchar_t* login, const wchar_t* password, wchar_t** errorText)
 {
-    return RunFrame("Failed to delete oracle logs by time", errorText, [&] {
-        const SOracleCredentials credentials = CopyCredentials(login, password);
+    return run_frame("Failed to delete oracle logs by time", errorText, [&] {
+        const SOracleCredentials credentials = copy_credentials(login, password);
         COracleManager::Instance().DeleteLogsByTime(std::wstring(homePath), std::wstring(sid),
                                                     minutes, credentials);
     });
@@ -176,8 +176,8 @@ HRESULT OracleDeleteLogsByTime(const wchar_t* homePath, const wchar_t* sid, int3
 HRESULT OracleDeleteLogsBySize(const wchar_t* homePath, const wchar_t* sid, uint64_t sizeLimit,
                                const wchar_t* login, const wchar_t* password, wchar_t** errorText)
 {
-    return RunFrame("Failed to delete oracle logs by size", errorText, [&] {
-        const SOracleCredentials credentials = CopyCredentials(login, password);
+    return run_frame("Failed to delete oracle logs by size", errorText, [&] {
+        const SOracleCredentials credentials = copy_credentials(login, password);
         COracleManager::Instance().DeleteLogsBySize(std::wstring(homePath), std::wstring(sid),
                                                     sizeLimit, credentials);
     });
@@ -185,7 +185,7 @@ HRESULT OracleDeleteLogsBySize(const wchar_t* homePath, const wchar_t* sid, uint
 
 HRESULT OracleRemoveLogsInTemp(const wchar_t* logsXml, wchar_t** errorText)
 {
-    return RunFrame("Failed to remove oracle logs.", errorText, [&] {
+    return run_frame("Failed to remove oracle logs.", errorText, [&] {
         const std::wstring logsCopy(logsXml);
         COracleManager::Instance().RemoveLogsInTemp(logsCopy);
     });
@@ -193,7 +193,7 @@ HRESULT OracleRemoveLogsInTemp(const wchar_t* logsXml, wchar_t** errorText)
 
 HRESULT OracleIsRestoreRequired(bool* required, wchar_t** errorText)
 {
-    return RunFrame("Failed to check if restore required", errorText, [&] {
+    return run_frame("Failed to check if restore required", errorText, [&] {
         const bool answer = COracleManager::Instance().IsRestoreRequired();
         *required = answer;
     });
@@ -201,13 +201,13 @@ HRESULT OracleIsRestoreRequired(bool* required, wchar_t** errorText)
 
 HRESULT OracleDoRestore(wchar_t** errorText)
 {
-    return RunFrame("Failed to do oracle restore", errorText,
+    return run_frame("Failed to do oracle restore", errorText,
                     [] { COracleManager::Instance().DoRestore(); });
 }
 
 HRESULT OracleGetLogsFolder(wchar_t** result, wchar_t** errorText)
 {
-    return RunFrame("Failed to get oracle logs folder.", errorText, [&] {
+    return run_frame("Failed to get oracle logs folder.", errorText, [&] {
         const std::wstring text = COracleManager::Instance().GetLogsFolder();
         *result = CopyToHeap(text);
     });
@@ -218,7 +218,7 @@ HRESULT OracleTest(void*, void*, const wchar_t* logName, wchar_t** errorText)
     const HRESULT initialized = OracleVssInitLib(logName, errorText);
     if (FAILED(initialized))
         return initialized;
-    const HRESULT tested = RunFrame("Failed to test oracle.", errorText,
+    const HRESULT tested = run_frame("Failed to test oracle.", errorText,
                                     [] { COracleManager::Instance().Test(); });
     if (FAILED(tested))
         return tested;

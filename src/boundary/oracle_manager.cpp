@@ -18,7 +18,7 @@ namespace {
 
 // A document argument that the call cannot work without is parsed before any
 // work starts, so that a malformed one fails the call with the parser's text.
-void CheckDocument(const std::wstring& xml)
+void check_document(const std::wstring& xml)
 {
     util::xml_document_t document;
     document.parse(util::wide_to_utf8(xml));
@@ -36,7 +36,7 @@ std::wstring COracleManager::ExploreInstances(bool, const SOracleCredentials&,
                                               const std::wstring&)
 {
     try {
-        logging::log_operation_t operation("Exploring oracle instances");
+        logging::log_operation_t operation(logging::oralib(), "Exploring oracle instances");
         throw exc::runtime_exc_t("Exploring Oracle instances is not built yet.");
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to explore Oracle instances", caught);
@@ -47,7 +47,8 @@ void COracleManager::DeleteLogsByTime(const std::wstring&, const std::wstring& s
                                       const SOracleCredentials&)
 {
     try {
-        logging::log_operation_t operation("Deleting oracle logs by time. Sid: %1",
+        logging::log_operation_t operation(logging::oralib(),
+                                           "Deleting oracle logs by time. Sid: %1",
                                            util::wide_to_ansi(sid));
         throw exc::runtime_exc_t("Deleting archived logs by time is not built yet.");
     } catch (const std::exception& caught) {
@@ -59,7 +60,8 @@ void COracleManager::DeleteLogsBySize(const std::wstring&, const std::wstring& s
                                       const SOracleCredentials&)
 {
     try {
-        logging::log_operation_t operation("Deleting oracle logs by size. Sid: %1",
+        logging::log_operation_t operation(logging::oralib(),
+                                           "Deleting oracle logs by size. Sid: %1",
                                            util::wide_to_ansi(sid));
         throw exc::runtime_exc_t("Deleting archived logs by size is not built yet.");
     } catch (const std::exception& caught) {
@@ -75,7 +77,7 @@ std::wstring COracleManager::PrepareDbsForBackup(const std::wstring& dbsXml, con
     try {
         // An empty list of enabled writers is valid and needs no parsing.
         if (!dbsXml.empty())
-            CheckDocument(dbsXml);
+            check_document(dbsXml);
         throw exc::runtime_exc_t("Preparing databases for backup is not built yet.");
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to prepare dbs for backup", caught);
@@ -85,7 +87,7 @@ std::wstring COracleManager::PrepareDbsForBackup(const std::wstring& dbsXml, con
 void COracleManager::FinishDbsBackup(const std::wstring& dbsXml, const SOracleCredentials&)
 {
     try {
-        CheckDocument(dbsXml);
+        check_document(dbsXml);
         throw exc::runtime_exc_t("Finishing the backup of databases is not built yet.");
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to finish dbs backup", caught);
@@ -97,7 +99,8 @@ std::wstring COracleManager::BackupLogs(const std::wstring&, const std::wstring&
                                         const SOracleCredentials&)
 {
     try {
-        logging::log_operation_t operation("Backup oracle logs. Sid: %1", util::wide_to_ansi(sid));
+        logging::log_operation_t operation(logging::oralib(),
+                                           "Backup oracle logs. Sid: %1", util::wide_to_ansi(sid));
         throw exc::runtime_exc_t("Backing up archived logs is not built yet.");
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to backup archived logs", caught);
@@ -116,7 +119,7 @@ std::wstring COracleManager::GetLogsFolder()
 std::wstring COracleManager::EnumLogs()
 {
     try {
-        logging::log_operation_t operation("Enumerating oracle logs");
+        logging::log_operation_t operation(logging::oralib(), "Enumerating oracle logs");
         GetLogsFolder();
         throw exc::runtime_exc_t("Enumerating the logs folder is not built yet.");
     } catch (const std::exception& caught) {
@@ -127,10 +130,10 @@ std::wstring COracleManager::EnumLogs()
 void COracleManager::RemoveLogsInTemp(const std::wstring& logsXml)
 {
     try {
-        logging::log_operation_t operation("Removing oracle logs in temp: %1",
+        logging::log_operation_t operation(logging::oralib(), "Removing oracle logs in temp: %1",
                                            util::wide_to_ansi(logsXml));
         GetLogsFolder();
-        CheckDocument(logsXml);
+        check_document(logsXml);
         throw exc::runtime_exc_t("Removing archived logs from the logs folder is not built yet.");
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to remove logs in temp", caught);
@@ -151,7 +154,7 @@ bool COracleManager::IsRestoreRequired()
 void COracleManager::DoRestore()
 {
     try {
-        logging::log_operation_t operation("Performing oracle db restore");
+        logging::log_operation_t operation(logging::oralib(), "Performing oracle db restore");
         throw exc::runtime_exc_t("Restoring databases is not built yet.");
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to do db restore", caught);

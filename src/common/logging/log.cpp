@@ -349,8 +349,6 @@ const log_channel_t& oralib() { return channels().oralib; }
 const log_channel_t& emergency() { return channels().emergency; }
 const log_channel_t& dbg() { return channels().dbg; }
 
-log_operation_t::log_operation_t(const std::string& text) : log_operation_t(oralib(), text) {}
-
 log_operation_t::log_operation_t(const log_channel_t& channel, const std::string& text)
     : channel_(&channel), text_(text)
 {

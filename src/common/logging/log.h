@@ -193,12 +193,12 @@ const log_channel_t& dbg();
 // " Failed." (level 2) at the end.
 class log_operation_t {
 public:
-    explicit log_operation_t(const std::string& text);
     log_operation_t(const log_channel_t& channel, const std::string& text);
     template <typename A1, typename... Args>
-    log_operation_t(const std::string& format, const A1& a1, const Args&... args)
-        : log_operation_t(oralib(), util::format_msg_list(format, {std::string(a1),
-                                                                   std::string(args)...}))
+    log_operation_t(const log_channel_t& channel, const std::string& format, const A1& a1,
+                    const Args&... args)
+        : log_operation_t(channel, util::format_msg_list(format, {std::string(a1),
+                                                                  std::string(args)...}))
     {
     }
     log_operation_t(const log_operation_t&) = delete;

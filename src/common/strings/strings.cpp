@@ -195,6 +195,11 @@ std::wstring to_upper(std::wstring text)
 
 bool starts_with(const std::wstring& text, const std::wstring& prefix)
 {
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+bool istarts_with(const std::wstring& text, const std::wstring& prefix)
+{
     return text.size() >= prefix.size() && iequals(text.substr(0, prefix.size()), prefix);
 }
 

@@ -73,8 +73,11 @@ std::string base64_decode(const std::string& text);
 std::wstring guid_to_str(const GUID& guid);
 GUID new_guid();
 
-// Comparisons without regard to case.
+// Exact: every character as it stands.
 bool starts_with(const std::wstring& text, const std::wstring& prefix);
+
+// Comparisons without regard to case.
+bool istarts_with(const std::wstring& text, const std::wstring& prefix);
 bool ends_with(const std::string& text, const std::string& suffix);
 bool iequals(const std::string& a, const std::string& b);
 bool iequals(const std::wstring& a, const std::wstring& b);

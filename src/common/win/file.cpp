@@ -119,20 +119,20 @@ bool is_bare_share(const std::wstring& path)
     return parts.size() == 2;
 }
 
-bool starts_with_any(const std::wstring& path, const wchar_t* a, const wchar_t* b)
+bool istarts_with_any(const std::wstring& path, const wchar_t* a, const wchar_t* b)
 {
-    return util::starts_with(path, a) || util::starts_with(path, b);
+    return util::istarts_with(path, a) || util::istarts_with(path, b);
 }
 
 // How many leading separators belong to parts that are never made: the UNC
 // prefix with server and share, or the long prefix with its drive.
 size_t fixed_separator_count(const std::wstring& path)
 {
-    if (starts_with_any(path, L"\\\\?\\UNC\\", L"//?/UNC/"))
+    if (istarts_with_any(path, L"\\\\?\\UNC\\", L"//?/UNC/"))
         return 6;
-    if (starts_with_any(path, L"\\\\?\\", L"//?/"))
+    if (istarts_with_any(path, L"\\\\?\\", L"//?/"))
         return 4;
-    if (starts_with_any(path, L"\\\\", L"//"))
+    if (istarts_with_any(path, L"\\\\", L"//"))
         return 4;
     return 0;
 }

@@ -22,7 +22,8 @@ COracleCmdExec::COracleCmdExec(const SOracleSessionHandles& session, const std::
     : env(session.env), serviceContext(session.serviceContext), command(command)
 {
     try {
-        logging::log_operation_t operation("Creating oracle cmd executor: %1", command);
+        logging::log_operation_t operation(logging::oralib(),
+                                           "Creating oracle cmd executor: %1", command);
         if (!env || !serviceContext)
             throw exc::runtime_exc_t("The oracle session has no connection.");
         statement = COracleHandle::Alloc(env, oci::OCI_HTYPE_STMT);
@@ -50,7 +51,8 @@ void COracleCmdExec::Bind(const std::string& name, void* value, oci::ub2 dty, oc
 void COracleCmdExec::Execute()
 {
     try {
-        logging::log_operation_t operation("Executing oracle cmd: %1", handle_number(statement));
+        logging::log_operation_t operation(logging::oralib(),
+                                           "Executing oracle cmd: %1", handle_number(statement));
         env->Check(env->Ora().StmtExecute(serviceContext->As<oci::OCISvcCtx>(),
                                           statement->As<oci::OCIStmt>(), env->ErrorHandle(), 1));
         operation.ok();

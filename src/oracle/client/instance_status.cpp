@@ -20,12 +20,6 @@ const char* type_word(COracleInstanceStatus::StatusQueryType type)
 {
     return type == COracleInstanceStatus::DatabaseStatus ? "database" : "instance";
 }
-
-bool begins_with(const std::wstring& text, const std::wstring& prefix)
-{
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
-
 } // namespace
 
 bool COracleInstanceStatus::IsInstanceOpen(const std::shared_ptr<COracleSession>& session,
@@ -40,7 +34,7 @@ bool COracleInstanceStatus::IsInstanceOpen(const std::shared_ptr<COracleSession>
             return true;
         std::wstring status;
         GetStatus(status, session, InstanceStatus);
-        return begins_with(status, L"OPEN") || begins_with(status, L"OPEN MIGRATE");
+        return util::starts_with(status, L"OPEN") || util::starts_with(status, L"OPEN MIGRATE");
     } catch (const std::exception& e) {
         exc::throw_nested_trace("OracleSession: failed to check if instance is open.", e);
     }
@@ -51,7 +45,7 @@ bool COracleInstanceStatus::IsDbActive(const std::shared_ptr<COracleSession>& se
     try {
         std::wstring status;
         GetStatus(status, session, DatabaseStatus);
-        return begins_with(status, L"ACTIVE");
+        return util::starts_with(status, L"ACTIVE");
     } catch (const std::exception& e) {
         exc::throw_nested_trace("Failed to check if oracle db is active.", e);
     }
@@ -62,7 +56,8 @@ void COracleInstanceStatus::GetStatus(std::wstring& status,
                                       StatusQueryType type)
 {
     try {
-        logging::log_operation_t operation("Getting oracle %1 status", type_word(type));
+        logging::log_operation_t operation(logging::oralib(),
+                                           "Getting oracle %1 status", type_word(type));
         // Shared with the thread, which may outlive this call if it can't be ended.
         const auto found = std::make_shared<std::wstring>();
         RunWithDeadline(OracleSettings().connectionTimeoutSec,
@@ -99,7 +94,8 @@ std::wstring COracleInstanceStatus::GetStatusImpl(COracleSession& session, Statu
 {
     const char* word = type_word(type);
     try {
-        logging::log_operation_t operation("Getting oracle %1 status implementation", word);
+        logging::log_operation_t operation(logging::oralib(),
+                                           "Getting oracle %1 status implementation", word);
         const std::shared_ptr<COracleQuery> query = session.NewQuery();
         std::wstring status;
         if (type == InstanceStatus)

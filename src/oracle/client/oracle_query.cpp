@@ -57,6 +57,14 @@ COracleQuery::COracleQuery(const SOracleSessionHandles& owner)
 {
 }
 
+// The buffers that a statement's columns are fetched into, with their
+// indicators and the define handles that bind them.
+struct COracleQuery::SColumns {
+    std::vector<std::vector<char>> buffers;
+    std::vector<oci::sb2> indicators;
+    std::vector<std::shared_ptr<COracleHandle>> defines;
+};
+
 std::shared_ptr<COracleHandle> COracleQuery::Prepare(const std::string& sql)
 {
     try {
@@ -78,51 +86,63 @@ std::shared_ptr<COracleQueryResult> COracleQuery::Exec(const std::string& sql,
         logging::oralib().info("Exec oracle query: %1", sql);
         if (!env || !serviceContext || !session)
             throw exc::runtime_exc_t("The oracle session has no connection.");
-        const CWinOraInterface& ora = env->Ora();
         const std::shared_ptr<COracleHandle> statement = Prepare(sql);
-        auto* stmt = statement->As<oci::OCIStmt>();
-
-        std::vector<std::vector<char>> buffers(columnCount, std::vector<char>(kColumnBufferSize));
-        std::vector<oci::sb2> indicators(columnCount, 0);
         // Declared after the statement, so the defines are released first.
-        std::vector<std::shared_ptr<COracleHandle>> defines;
-        for (uint32_t i = 0; i < columnCount; ++i) {
-            oci::OCIDefine* define = nullptr;
-            env->Check(ora.DefineByPos(stmt, &define, env->ErrorHandle(), i + 1,
-                                       buffers[i].data(), kColumnBufferSize, oci::SQLT_STR,
-                                       &indicators[i]));
-            defines.push_back(COracleHandle::Wrap(env, define, oci::OCI_HTYPE_DEFINE));
-        }
-
-        env->Check(ora.StmtExecute(serviceContext->As<oci::OCISvcCtx>(), stmt, env->ErrorHandle(),
-                                   columnCount == 0 ? 1 : 0));
-
-        std::vector<COracleRow> rows;
-        if (columnCount > 0) {
-            for (;;) {
-                // Any status but success ends the rows: those read so far are
-                // the result, whether the end came as no data or as an error.
-                const oci::sword status = ora.StmtFetch2(stmt, env->ErrorHandle());
-                if (status != oci::OCI_SUCCESS && status != oci::OCI_SUCCESS_WITH_INFO)
-                    break;
-                bool complete = true;
-                for (oci::sb2 indicator : indicators)
-                    complete = complete && indicator == 0;
-                if (!complete)
-                    continue;
-                COracleRow row;
-                row.reserve(columnCount);
-                for (const std::vector<char>& buffer : buffers)
-                    row.push_back(fetched_value_to_wide(buffer.data(), buffer.size(), upperCase));
-                rows.push_back(std::move(row));
-            }
-        }
-
-        auto result = std::make_shared<COracleQueryResult>(std::move(rows));
+        const SColumns columns = Define(*statement, columnCount);
+        Execute(*statement, columnCount);
+        auto result = std::make_shared<COracleQueryResult>(Fetch(*statement, columns, upperCase));
         log_result(*result);
         return result;
     } catch (const std::exception& e) {
         exc::throw_nested_trace(util::format_msg("Failed to exec query [%1].", sql), e);
+    }
+}
+
+COracleQuery::SColumns COracleQuery::Define(const COracleHandle& statement, uint32_t columnCount)
+{
+    SColumns columns;
+    columns.buffers.assign(columnCount, std::vector<char>(kColumnBufferSize));
+    columns.indicators.assign(columnCount, 0);
+    for (uint32_t i = 0; i < columnCount; ++i) {
+        oci::OCIDefine* define = nullptr;
+        env->Check(env->Ora().DefineByPos(statement.As<oci::OCIStmt>(), &define, env->ErrorHandle(),
+                                          i + 1, columns.buffers[i].data(), kColumnBufferSize,
+                                          oci::SQLT_STR, &columns.indicators[i]));
+        columns.defines.push_back(COracleHandle::Wrap(env, define, oci::OCI_HTYPE_DEFINE));
+    }
+    return columns;
+}
+
+void COracleQuery::Execute(const COracleHandle& statement, uint32_t columnCount)
+{
+    env->Check(env->Ora().StmtExecute(serviceContext->As<oci::OCISvcCtx>(),
+                                      statement.As<oci::OCIStmt>(), env->ErrorHandle(),
+                                      columnCount == 0 ? 1 : 0));
+}
+
+std::vector<COracleRow> COracleQuery::Fetch(const COracleHandle& statement, const SColumns& columns,
+                                            bool upperCase)
+{
+    std::vector<COracleRow> rows;
+    if (columns.buffers.empty())
+        return rows;
+    for (;;) {
+        // Any status but success ends the rows: those read so far are the
+        // result, whether the end came as no data or as an error.
+        const oci::sword status =
+            env->Ora().StmtFetch2(statement.As<oci::OCIStmt>(), env->ErrorHandle());
+        if (status != oci::OCI_SUCCESS && status != oci::OCI_SUCCESS_WITH_INFO)
+            return rows;
+        bool complete = true;
+        for (oci::sb2 indicator : columns.indicators)
+            complete = complete && indicator == 0;
+        if (!complete)
+            continue;
+        COracleRow row;
+        row.reserve(columns.buffers.size());
+        for (const std::vector<char>& buffer : columns.buffers)
+            row.push_back(fetched_value_to_wide(buffer.data(), buffer.size(), upperCase));
+        rows.push_back(std::move(row));
     }
 }
 

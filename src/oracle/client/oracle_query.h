@@ -41,7 +41,13 @@ public:
     void ExecNoResult(const std::string& sql);
 
 private:
+    struct SColumns;
+
     std::shared_ptr<COracleHandle> Prepare(const std::string& sql);
+    SColumns Define(const COracleHandle& statement, uint32_t columnCount);
+    void Execute(const COracleHandle& statement, uint32_t columnCount);
+    std::vector<COracleRow> Fetch(const COracleHandle& statement, const SColumns& columns,
+                                  bool upperCase);
 
     std::shared_ptr<COracleEnv> env;
     std::shared_ptr<COracleHandle> serviceContext;

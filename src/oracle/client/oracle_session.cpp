@@ -13,12 +13,6 @@ namespace oracle {
 namespace {
 
 constexpr int32_t kInstanceDownCode = 1034;
-
-bool begins_with(const std::wstring& text, const std::wstring& prefix)
-{
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
-
 } // namespace
 
 COracleSession::COracleSession(const SOracleCredentials& credentials) : credentials(credentials) {}
@@ -132,9 +126,9 @@ void COracleSession::GetDatabaseOptions(bool& isReadOnly, bool& isArchiveLog)
         const COracleRow row =
             NewQuery()->ExecFirstRow("SELECT OPEN_MODE, LOG_MODE FROM V$DATABASE", 2, true);
         for (const std::wstring& value : row) {
-            if (begins_with(value, L"READ ONLY"))
+            if (util::starts_with(value, L"READ ONLY"))
                 isReadOnly = true;
-            if (begins_with(value, L"ARCHIVELOG"))
+            if (util::starts_with(value, L"ARCHIVELOG"))
                 isArchiveLog = true;
         }
         operation.ok();
@@ -161,7 +155,7 @@ bool COracleSession::IsDbOnAsm()
 {
     const std::wstring name =
         NewQuery()->ExecValue("SELECT NAME FROM V$CONTROLFILE WHERE ROWNUM=1", false);
-    return begins_with(name, L"+");
+    return util::starts_with(name, L"+");
 }
 
 void COracleSession::LoadVersion()

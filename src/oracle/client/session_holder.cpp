@@ -64,7 +64,7 @@ COracleSessionHolder::COracleSessionHolder(const std::wstring& sid, const std::w
     : homePath(homePath), sid(sid), credentials(credentials), prelimAuth(prelimAuth)
 {
     try {
-        logging::log_operation_t operation("Creating oracle session holder: %1.",
+        logging::log_operation_t operation(logging::oralib(), "Creating oracle session holder: %1.",
                                            util::wide_to_ansi(sid));
         std::lock_guard<std::recursive_mutex> lock(g_sessionInitLock());
         RunWithDeadline(OracleSettings().connectionTimeoutSec, [this] { InitThread(); },

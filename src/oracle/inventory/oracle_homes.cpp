@@ -26,19 +26,19 @@ constexpr wchar_t kHomesRoot[] = L"SOFTWARE\\ORACLE";
 constexpr wchar_t kServicesRoot[] = L"SYSTEM\\CURRENTCONTROLSET\\SERVICES";
 
 // Opens a key for reading; false when it cannot be opened, whatever the reason.
-bool OpenForRead(HKEY parent, const std::wstring& path, win::win_reg_key_t& key)
+bool open_for_read(HKEY parent, const std::wstring& path, win::win_reg_key_t& key)
 {
     return RegOpenKeyExW(parent, path.c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS;
 }
 
-bool IsStringType(DWORD type)
+bool is_string_type(DWORD type)
 {
     return type == REG_SZ || type == REG_EXPAND_SZ;
 }
 
 // Value names are upper-cased the narrow way: only the letters of the C
 // locale change, so a non-ASCII letter in a value name stays as it is.
-std::wstring UpperValueName(std::wstring name)
+std::wstring upper_value_name(std::wstring name)
 {
     for (wchar_t& c : name) {
         if (c >= L'a' && c <= L'z')
@@ -48,7 +48,7 @@ std::wstring UpperValueName(std::wstring name)
 }
 
 // The shape ORA_<sid>_AUTOSTART: the first "_AUTOSTART" must end the name.
-bool IsAutostartValueName(const std::wstring& upperName)
+bool is_autostart_value_name(const std::wstring& upperName)
 {
     static const std::wstring suffix = L"_AUTOSTART";
     if (upperName.compare(0, 4, L"ORA_") != 0)
@@ -57,7 +57,7 @@ bool IsAutostartValueName(const std::wstring& upperName)
     return at != std::wstring::npos && at + suffix.size() == upperName.size();
 }
 
-bool EqualsFolded(const std::wstring& a, const std::wstring& b)
+bool equals_folded(const std::wstring& a, const std::wstring& b)
 {
     if (a.size() != b.size())
         return false;
@@ -92,7 +92,7 @@ std::vector<COracleHomes::SOracleHome> COracleHomes::FindHomes(bool useAutostart
     try {
         std::vector<SOracleHome> homes;
         win::win_reg_key_t root;
-        if (!OpenForRead(HKEY_LOCAL_MACHINE, kHomesRoot, root))
+        if (!open_for_read(HKEY_LOCAL_MACHINE, kHomesRoot, root))
             return homes;
 
         std::vector<std::wstring> names;
@@ -102,7 +102,7 @@ std::vector<COracleHomes::SOracleHome> COracleHomes::FindHomes(bool useAutostart
             if (upperName.find(L"KEY_") != 0)
                 continue;
             win::win_reg_key_t homeKey;
-            if (!OpenForRead(root.get(), upperName, homeKey))
+            if (!open_for_read(root.get(), upperName, homeKey))
                 continue;
 
             SOracleHome home;
@@ -125,7 +125,7 @@ std::vector<COracleHomes::SOracleService> COracleHomes::FindServices()
     try {
         std::vector<SOracleService> services;
         win::win_reg_key_t root;
-        if (!OpenForRead(HKEY_LOCAL_MACHINE, kServicesRoot, root))
+        if (!open_for_read(HKEY_LOCAL_MACHINE, kServicesRoot, root))
             return services;
 
         std::vector<std::wstring> names;
@@ -140,7 +140,7 @@ std::vector<COracleHomes::SOracleService> COracleHomes::FindServices()
             else
                 continue;
             win::win_reg_key_t serviceKey;
-            if (!OpenForRead(root.get(), upperName, serviceKey))
+            if (!open_for_read(root.get(), upperName, serviceKey))
                 continue;
 
             // "<exe> <sid>": everything before the first blank is the
@@ -236,7 +236,7 @@ std::wstring COracleHomes::GetRegKeyValue(HKEY key, const std::wstring& valueNam
         if (RegQueryValueExW(key, valueName.c_str(), nullptr, &type,
                              reinterpret_cast<BYTE*>(data), &bytes) != ERROR_SUCCESS)
             return std::wstring();
-        if (!IsStringType(type) || bytes % sizeof(wchar_t) != 0 || bytes == 0)
+        if (!is_string_type(type) || bytes % sizeof(wchar_t) != 0 || bytes == 0)
             return std::wstring();
         const size_t chars = bytes / sizeof(wchar_t);
         if (data[chars - 1] != L'\0')
@@ -270,10 +270,10 @@ void COracleHomes::ReadHomeAutostart(HKEY homeKey, bool& isAutostart)
             if (result != ERROR_SUCCESS && result != ERROR_MORE_DATA)
                 throw exc::win_sys_exc_t("Failed to enum oracle home reg key",
                                          static_cast<uint32_t>(result));
-            if (length == 0 || !IsStringType(type))
+            if (length == 0 || !is_string_type(type))
                 continue;
             const std::wstring valueName = name.substr(0, length);
-            if (!IsAutostartValueName(UpperValueName(valueName)))
+            if (!is_autostart_value_name(upper_value_name(valueName)))
                 continue;
             isAutostart = util::str_to_bool(util::wide_to_ansi(GetRegKeyValue(homeKey, valueName)));
             return;
@@ -286,7 +286,7 @@ void COracleHomes::ReadHomeAutostart(HKEY homeKey, bool& isAutostart)
 bool COracleHomes::IsExcluded(const std::vector<std::wstring>& excludes, const std::wstring& sid)
 {
     for (const std::wstring& exclude : excludes) {
-        if (EqualsFolded(exclude, sid))
+        if (equals_folded(exclude, sid))
             return true;
     }
     return false;

@@ -60,7 +60,8 @@ bool IsVssWriterServiceEnabled(const std::wstring& sid)
 
 bool ComputeVssEnabled()
 {
-    logging::log_operation_t operation("Checking if oracle VSS must be disabled");
+    logging::log_operation_t operation(logging::oralib(),
+                                       "Checking if oracle VSS must be disabled");
     bool enabled = true;
     // Exclusions don't apply: an excluded database can still spoil a snapshot.
     const COracleHomes homes(std::vector<std::wstring>{});

@@ -164,9 +164,10 @@ TEST(Operations, ScopeLogsStartAndOkOnceOrFailedWhenLeftByAnException)
 {
     log_capture_t capture;
     {
-        logging::log_operation_t outer("Backup oracle logs. Sid: %1", std::string("ORCL"));
+        logging::log_operation_t outer(logging::oralib(),
+                                       "Backup oracle logs. Sid: %1", std::string("ORCL"));
         try {
-            logging::log_operation_t inner("inner");
+            logging::log_operation_t inner(logging::oralib(), "inner");
             throw exc::runtime_exc_t("boom");
         } catch (const std::exception&) {
         }

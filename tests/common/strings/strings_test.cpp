@@ -81,8 +81,9 @@ TEST(Base64, KnownVectorsRoundTripAndDecodingStopsAtPadding)
 
 TEST(Text, CaseInsensitiveHelpersAndLineEndStripping)
 {
-    EXPECT_TRUE(util::starts_with(std::wstring(L"BrelmTmpDB"), std::wstring(L"brelmtmp")));
-    EXPECT_FALSE(util::starts_with(std::wstring(L"Br"), std::wstring(L"brelm")));
+    EXPECT_TRUE(util::istarts_with(std::wstring(L"BrelmTmpDB"), std::wstring(L"brelmtmp")));
+    EXPECT_FALSE(util::istarts_with(std::wstring(L"Br"), std::wstring(L"brelm")));
+    EXPECT_FALSE(util::starts_with(std::wstring(L"BrelmTmpDB"), std::wstring(L"brelmtmp")));
     EXPECT_TRUE(util::ends_with(std::string("agent.LOG"), std::string(".log")));
     EXPECT_EQ("line\r\n", util::strip_line_end("line\r\n\r\n"));
     EXPECT_EQ("line\n", util::strip_line_end("line\n"));
