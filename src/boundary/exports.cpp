@@ -13,7 +13,7 @@
 #include "boundary/oracle_config.h"
 #include "boundary/oracle_manager.h"
 #include "common/ctx/lib_init.h"
-#include "common/exc/exc.h"
+#include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "oracle/inventory/vss_gate.h"
 #include "orasnap/orasnap.h"
@@ -29,6 +29,40 @@ namespace {
 // Set at the very end of the first successful OracleVssInitLib; never reset.
 bool g_libInitialized = false;
 
+// An input text the caller left null is the empty text.
+std::wstring text_arg(const wchar_t* text)
+{
+    return text != nullptr ? std::wstring(text) : std::wstring();
+}
+
+// A null `errorText` means the caller wants no text: the failure is only logged.
+void hand_over_error(wchar_t* text, wchar_t** errorText) noexcept
+{
+    if (errorText != nullptr)
+        *errorText = text;
+    else
+        std::free(text);
+}
+
+// An output cell that the call needs and the caller left null: the export
+// does no work, logs one line naming itself and the argument, and returns
+// E_POINTER with that line as its error text.
+bool is_null_cell(const char* exportName, const char* argument, const void* cell,
+                  wchar_t** errorText) noexcept
+{
+    if (cell != nullptr)
+        return false;
+    const char* format = "%1: the argument %2 is a null pointer.";
+    logging::oralib().error(format, exportName, argument);
+    try {
+        const std::string text = util::format_msg(format, exportName, argument);
+        hand_over_error(CopyToHeap(util::ansi_to_wide_safe(text)), errorText);
+    } catch (...) {
+        // Only an exhausted heap gets here; the caller still gets E_POINTER.
+    }
+    return true;
+}
+
 // Runs `body` and reports a std::exception as E_FAIL with its text in
 // `errorText`. Output cells are written by `body` only once it has succeeded.
 template <typename Body>
@@ -38,7 +72,7 @@ HRESULT run_frame(const char* literal, wchar_t** errorText, Body body)
         body();
         return S_OK;
     } catch (const std::exception& caught) {
-        *errorText = MakeErrorString(literal, caught);
+        hand_over_error(MakeErrorString(literal, caught), errorText);
         return E_FAIL;
     }
 }
@@ -46,8 +80,8 @@ HRESULT run_frame(const char* literal, wchar_t** errorText, Body body)
 // Copies the database login and password and narrows them for the client.
 SOracleCredentials copy_credentials(const wchar_t* login, const wchar_t* password)
 {
-    const std::wstring passwordCopy(password);
-    const std::wstring loginCopy(login);
+    const std::wstring passwordCopy = text_arg(password);
+    const std::wstring loginCopy = text_arg(login);
     return SOracleCredentials{util::wide_to_ansi(loginCopy), util::wide_to_ansi(passwordCopy)};
 }
 
@@ -60,7 +94,7 @@ HRESULT OracleVssInitLib(const wchar_t* logName, wchar_t** errorText)
     if (g_libInitialized)
         return S_OK;
     return run_frame("Failed to initialize oracle VSS lib.", errorText, [&] {
-        const std::wstring name(logName);
+        const std::wstring name = text_arg(logName);
         util::init_common_lib(name, std::vector<std::wstring>());
         COracleManager::Instance();
         COracleConfig::Instance().Log();
@@ -76,6 +110,8 @@ HRESULT OracleVssStopLib(wchar_t** errorText)
 
 HRESULT OracleGatherVssInfo(void*, void*, wchar_t** result, wchar_t** errorText)
 {
+    if (is_null_cell(__func__, "result", result, errorText))
+        return E_POINTER;
     return run_frame("Failed to gather oracle info.", errorText, [&] {
         const std::wstring text = specific::oracle::GetVssGate().GatherVssInfo();
         *result = CopyToHeap(text);
@@ -84,8 +120,10 @@ HRESULT OracleGatherVssInfo(void*, void*, wchar_t** result, wchar_t** errorText)
 
 HRESULT OracleShouldSkipVssWriter(const wchar_t* sid, bool* skip, wchar_t** errorText)
 {
+    if (is_null_cell(__func__, "skip", skip, errorText))
+        return E_POINTER;
     return run_frame("Failed to check if should skip VSS writer", errorText, [&] {
-        const std::wstring sidCopy(sid);
+        const std::wstring sidCopy = text_arg(sid);
         const bool skipped = specific::oracle::GetVssGate().IsSkipped(sidCopy);
         *skip = skipped;
     });
@@ -93,6 +131,8 @@ HRESULT OracleShouldSkipVssWriter(const wchar_t* sid, bool* skip, wchar_t** erro
 
 HRESULT OracleCheckVssFunctionality(bool* functional, wchar_t** errorText)
 {
+    if (is_null_cell(__func__, "functional", functional, errorText))
+        return E_POINTER;
     return run_frame("Failed to check VSS functionality.", errorText, [&] {
         const bool enabled = specific::oracle::GetVssGate().IsVssEnabled();
         *functional = enabled;
@@ -108,8 +148,10 @@ HRESULT OracleExploreInstances(bool exploreFlag, const wchar_t* login, const wch
                                const wchar_t* exploreDbConfigXml, wchar_t** result,
                                wchar_t** errorText)
 {
+    if (is_null_cell(__func__, "result", result, errorText))
+        return E_POINTER;
     return run_frame("Failed to explore oracle instances.", errorText, [&] {
-        const std::wstring configCopy(exploreDbConfigXml);
+        const std::wstring configCopy = text_arg(exploreDbConfigXml);
         const SOracleCredentials credentials = copy_credentials(login, password);
         const std::wstring text =
             COracleManager::Instance().ExploreInstances(exploreFlag, credentials, configCopy);
@@ -121,17 +163,20 @@ HRESULT OracleBackupLogs(const wchar_t* homePath, const wchar_t* sid, const wcha
                          const wchar_t* lastRecId, const wchar_t* login, const wchar_t* password,
                          wchar_t** result, wchar_t** errorText)
 {
+    if (is_null_cell(__func__, "result", result, errorText))
+        return E_POINTER;
     return run_frame("Failed to backup oracle logs.", errorText, [&] {
         const SOracleCredentials credentials = copy_credentials(login, password);
         const std::wstring text = COracleManager::Instance().BackupLogs(
-            std::wstring(homePath), std::wstring(sid), std::wstring(usn), std::wstring(lastRecId),
-            credentials);
+            text_arg(homePath), text_arg(sid), text_arg(usn), text_arg(lastRecId), credentials);
         *result = CopyToHeap(text);
     });
 }
 
 HRESULT OracleEnumLogs(wchar_t** result, wchar_t** errorText)
 {
+    if (is_null_cell(__func__, "result", result, errorText))
+        return E_POINTER;
     return run_frame("Failed to enum oracle logs.", errorText, [&] {
         const std::wstring text = COracleManager::Instance().EnumLogs();
         *result = CopyToHeap(text);
@@ -143,13 +188,15 @@ HRESULT OraclePrepareDbsForBackup(const wchar_t* dbsXml, const wchar_t* exploreD
                                   const wchar_t* osLogin, const wchar_t* osPassword,
                                   wchar_t** result, wchar_t** errorText)
 {
+    if (is_null_cell(__func__, "result", result, errorText))
+        return E_POINTER;
     return run_frame("Failed to prepare dbs for backup", errorText, [&] {
         // The operating system account stays wide: it is kept for the restore, not
         // handed to Oracle.
         const SOracleCredentials credentials = copy_credentials(login, password);
         const std::wstring text = COracleManager::Instance().PrepareDbsForBackup(
-            std::wstring(dbsXml), std::wstring(exploreDbConfigXml), credentials,
-            std::wstring(osLogin), std::wstring(osPassword));
+            text_arg(dbsXml), text_arg(exploreDbConfigXml), credentials, text_arg(osLogin),
+            text_arg(osPassword));
         *result = CopyToHeap(text);
     });
 }
@@ -159,7 +206,7 @@ HRESULT OracleFinishDbsBackup(const wchar_t* dbsXml, const wchar_t* login, const
 {
     return run_frame("Failed to finish dbs backup", errorText, [&] {
         const SOracleCredentials credentials = copy_credentials(login, password);
-        COracleManager::Instance().FinishDbsBackup(std::wstring(dbsXml), credentials);
+        COracleManager::Instance().FinishDbsBackup(text_arg(dbsXml), credentials);
     });
 }
 
@@ -168,8 +215,8 @@ HRESULT OracleDeleteLogsByTime(const wchar_t* homePath, const wchar_t* sid, int3
 {
     return run_frame("Failed to delete oracle logs by time", errorText, [&] {
         const SOracleCredentials credentials = copy_credentials(login, password);
-        COracleManager::Instance().DeleteLogsByTime(std::wstring(homePath), std::wstring(sid),
-                                                    minutes, credentials);
+        COracleManager::Instance().DeleteLogsByTime(text_arg(homePath), text_arg(sid), minutes,
+                                                    credentials);
     });
 }
 
@@ -178,21 +225,23 @@ HRESULT OracleDeleteLogsBySize(const wchar_t* homePath, const wchar_t* sid, uint
 {
     return run_frame("Failed to delete oracle logs by size", errorText, [&] {
         const SOracleCredentials credentials = copy_credentials(login, password);
-        COracleManager::Instance().DeleteLogsBySize(std::wstring(homePath), std::wstring(sid),
-                                                    sizeLimit, credentials);
+        COracleManager::Instance().DeleteLogsBySize(text_arg(homePath), text_arg(sid), sizeLimit,
+                                                    credentials);
     });
 }
 
 HRESULT OracleRemoveLogsInTemp(const wchar_t* logsXml, wchar_t** errorText)
 {
     return run_frame("Failed to remove oracle logs.", errorText, [&] {
-        const std::wstring logsCopy(logsXml);
+        const std::wstring logsCopy = text_arg(logsXml);
         COracleManager::Instance().RemoveLogsInTemp(logsCopy);
     });
 }
 
 HRESULT OracleIsRestoreRequired(bool* required, wchar_t** errorText)
 {
+    if (is_null_cell(__func__, "required", required, errorText))
+        return E_POINTER;
     return run_frame("Failed to check if restore required", errorText, [&] {
         const bool answer = COracleManager::Instance().IsRestoreRequired();
         *required = answer;
@@ -207,6 +256,8 @@ HRESULT OracleDoRestore(wchar_t** errorText)
 
 HRESULT OracleGetLogsFolder(wchar_t** result, wchar_t** errorText)
 {
+    if (is_null_cell(__func__, "result", result, errorText))
+        return E_POINTER;
     return run_frame("Failed to get oracle logs folder.", errorText, [&] {
         const std::wstring text = COracleManager::Instance().GetLogsFolder();
         *result = CopyToHeap(text);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -238,4 +239,72 @@ TEST_F(AgentCalls, FailuresGiveTheCallerTheTraceAndTheLogTheExportLiteral)
                              "oralib| Deleting oracle logs by size. Sid: ORCL\r\n",
                              "oralib| ERR |Failed to delete oracle logs by size\r\n"})
         EXPECT_NE(log.find(line), std::string::npos) << line;
+}
+
+TEST_F(AgentCalls, NullTextsAreEmptyTextsAndANullNeededCellIsRefusedWithOneLogLine)
+{
+    wchar_t* error = kUntouched;
+    ASSERT_EQ(DLL(OracleVssInitLib)(kLogName, &error), S_OK);
+    wchar_t* result = kUntouched;
+    bool flag = false;
+    using call_t = std::function<HRESULT(wchar_t** errorText)>;
+    const std::pair<const char*, call_t> nullCells[] = {
+        {"OracleGatherVssInfo: the argument result",
+         [](wchar_t** e) { return DLL(OracleGatherVssInfo)(nullptr, nullptr, nullptr, e); }},
+        {"OracleShouldSkipVssWriter: the argument skip",
+         [](wchar_t** e) { return DLL(OracleShouldSkipVssWriter)(L"ORCL", nullptr, e); }},
+        {"OracleCheckVssFunctionality: the argument functional",
+         [](wchar_t** e) { return DLL(OracleCheckVssFunctionality)(nullptr, e); }},
+        {"OracleExploreInstances: the argument result",
+         [](wchar_t** e) { return DLL(OracleExploreInstances)(true, L"", L"", L"", nullptr, e); }},
+        {"OracleBackupLogs: the argument result",
+         [](wchar_t** e) {
+             return DLL(OracleBackupLogs)(L"", L"", L"", L"", L"", L"", nullptr, e);
+         }},
+        {"OracleEnumLogs: the argument result",
+         [](wchar_t** e) { return DLL(OracleEnumLogs)(nullptr, e); }},
+        {"OraclePrepareDbsForBackup: the argument result",
+         [](wchar_t** e) {
+             return DLL(OraclePrepareDbsForBackup)(L"", L"", L"", L"", L"", L"", nullptr, e);
+         }},
+        {"OracleIsRestoreRequired: the argument required",
+         [](wchar_t** e) { return DLL(OracleIsRestoreRequired)(nullptr, e); }},
+        {"OracleGetLogsFolder: the argument result",
+         [](wchar_t** e) { return DLL(OracleGetLogsFolder)(nullptr, e); }},
+    };
+    for (const auto& [name, call] : nullCells) {
+        const std::string line = std::string(name) + " is a null pointer.";
+        const size_t logged = log_text().size();
+        EXPECT_EQ(call(&error), E_POINTER) << name;
+        EXPECT_EQ(take(error), widen(line));
+        // Nothing but the one line, whose time and thread columns are cut here.
+        const std::string added = log_text().substr(logged);
+        EXPECT_EQ(added.substr(std::min(added.size(), added.find("oralib| "))),
+                  "oralib| ERR |" + line + "\r\n");
+        EXPECT_EQ(call(nullptr), E_POINTER) << name;
+    }
+
+    // Each call gives with null texts what it gives with empty ones, and a
+    // failure with no errorText wanted is only logged.
+    const std::function<HRESULT(const wchar_t*, wchar_t**)> textCalls[] = {
+        [&](auto t, auto e) { return DLL(OracleShouldSkipVssWriter)(t, &flag, e); },
+        [&](auto t, auto e) { return DLL(OracleExploreInstances)(true, t, t, t, &result, e); },
+        [&](auto t, auto e) { return DLL(OracleBackupLogs)(t, t, t, t, t, t, &result, e); },
+        [&](auto t, auto e) {
+            return DLL(OraclePrepareDbsForBackup)(t, t, t, t, t, t, &result, e);
+        },
+        [](auto t, auto e) { return DLL(OracleFinishDbsBackup)(t, t, t, e); },
+        [](auto t, auto e) { return DLL(OracleDeleteLogsByTime)(t, t, 60, t, t, e); },
+        [](auto t, auto e) { return DLL(OracleDeleteLogsBySize)(t, t, 1, t, t, e); },
+        [](auto t, auto e) { return DLL(OracleRemoveLogsInTemp)(t, e); },
+    };
+    for (size_t i = 0; i < std::size(textCalls); ++i) {
+        wchar_t* withEmpty = kUntouched;
+        wchar_t* withNull = kUntouched;
+        const HRESULT expected = textCalls[i](L"", &withEmpty);
+        EXPECT_EQ(textCalls[i](nullptr, &withNull), expected) << i;
+        EXPECT_EQ(take(withNull), take(withEmpty)) << i;
+        EXPECT_EQ(textCalls[i](nullptr, nullptr), expected) << i;
+    }
+    EXPECT_EQ(result, kUntouched);
 }
