@@ -6,31 +6,30 @@
 #include "support/ocisim_world.h"
 #include "support/registry_sandbox.h"
 
-namespace inventory_test {
+namespace test {
 
 // A machine with Oracle on it, as far as the library can see: one Oracle home
-// and its services in a sandboxed registry, and the simulated client's
-// scenario with an instance for each service.
-class CSimMachine {
+// and its services in a sandboxed registry, and the simulated client's world
+// with an instance for each service.
+class sim_machine_t {
 public:
-    CSimMachine();
+    sim_machine_t();
 
-    // An instance served by OracleService<SID> (or OracleASMService<SID>) of
-    // the home, with `properties` as its scenario lines ("status = DOWN\n").
-    void AddInstance(const std::string& sid, const std::string& properties, bool isAsm = false);
+    // An instance served by OracleService<SID> (or OracleASMService<SID>) of the home.
+    void add_instance(const ocisim::InstanceSpec& spec, bool is_asm = false);
 
-    std::vector<std::string> Journal() const { return world_.journal(); }
+    ocisim_world_t& world() { return world_; }
     // Whether the simulator was asked to attach to `sid`.
-    bool Contacted(const std::string& sid) const;
+    bool contacted(const std::string& sid) const;
 
-    const std::wstring& HomePath() const { return homePath_; }
-    test::registry_sandbox_t& Registry() { return registry_; }
+    const std::wstring& home_path() const { return home_path_; }
+    registry_sandbox_t& registry() { return registry_; }
 
 private:
-    test::registry_sandbox_t registry_;
-    test::ocisim_world_t world_;
-    std::wstring homePath_;
-    std::string scenario_;
+    registry_sandbox_t registry_;
+    ocisim_world_t world_;
+    ocisim::World instances_;
+    std::wstring home_path_;
 };
 
-} // namespace inventory_test
+} // namespace test

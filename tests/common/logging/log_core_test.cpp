@@ -11,8 +11,8 @@
 
 namespace {
 
-using testing_support::capturing_receiver_t;
-using testing_support::log_capture_t;
+using test::capturing_receiver_t;
+using test::log_capture_t;
 
 struct private_log_t {
     std::shared_ptr<logging::log_t> log = std::make_shared<logging::log_t>();

@@ -1,93 +1,61 @@
-#include "support/ocisim_world.h"
-
-#include "oracle/client/instance_status.h"
-#include "oracle/client/oracle_exc.h"
-#include "oracle/client/oracle_session.h"
 #include "oracle/client/session_holder.h"
+
+#include "oracle/client/oracle_exc.h"
+#include "oracle/client/instance_status.h"
+#include "oracle/client/oracle_session.h"
 #include "oracle/inventory/oracle_homes.h"
 #include "support/capturing_receiver.h"
+#include "support/failure_lines.h"
+#include "support/ocisim_world.h"
+#include "support/process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <windows.h>
-
-#include <functional>
-
 using namespace specific::oracle;
 using CSimWorld = test::ocisim_world_t;
-using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
 
-// With the connection timeout of one second: the caller must be back within
-// the deadline and a margin for thread start, kill and Wine.
-constexpr ULONGLONG kDeadlineWithMarginMs = 2500;
-
-std::string instance(const std::string& sid, const std::string& props)
+// An instance whose user "system" may log on, but not as SYSDBA.
+ocisim::InstanceSpec instance(const std::string& sid, const ocisim::Fields& properties = {},
+                              std::vector<std::pair<std::string, ocisim::Fields>> records = {})
 {
-    return "[instance " + sid + "]\n" + props + "user = name=system | password=manager | sysdba=no\n\n";
+    records.push_back({"user", {{"name", "system"}, {"password", "manager"}}});
+    return {sid, properties, records};
 }
-
-std::wstring env_value(const wchar_t* name)
-{
-    wchar_t buffer[512] = {};
-    GetEnvironmentVariableW(name, buffer, 512);
-    return buffer;
-}
-
-// Runs `call`, expects it to raise E, and returns how long it took.
-template <typename E>
-ULONGLONG expect_raise(const std::function<void()>& call, std::string* text = nullptr)
-{
-    const ULONGLONG start = GetTickCount64();
-    try {
-        call();
-        ADD_FAILURE() << "no exception";
-    } catch (const E& e) {
-        if (text != nullptr)
-            *text = e.what();
-    } catch (const std::exception& e) {
-        ADD_FAILURE() << "other exception: " << e.what();
-    }
-    return GetTickCount64() - start;
-}
-
-} // namespace
 
 TEST(OracleSessionHolder, SysdbaByOsAuthenticationNamesTheInstanceAndEndsCleanly)
 {
-    CSimWorld world(instance("ORCL", "") + instance("TEST", ""));
+    CSimWorld world({instance("ORCL"), instance("TEST")});
     {
         COracleSessionHolder holder(L"ORCL", L"C:\\oracle\\home1", {}, false);
         auto session = holder.GetSession();
         EXPECT_TRUE(session->valid);
         EXPECT_FALSE(session->instanceShutdown);
-        EXPECT_EQ(env_value(L"ORACLE_SID"), L"ORCL");
-        EXPECT_EQ(env_value(L"ORACLE_HOME"), L"C:\\oracle\\home1");
+        EXPECT_EQ(test::env_value(L"ORACLE_SID"), L"ORCL");
+        EXPECT_EQ(test::env_value(L"ORACLE_HOME"), L"C:\\oracle\\home1");
         EXPECT_EQ(session->GetDbName(), L"ORCL");
     }
-    EXPECT_THAT(world.journal(), Contains("attach sid=ORCL"));
-    EXPECT_THAT(world.journal_starting({"logon"}), ElementsAre("logon sid=ORCL mode=SYSDBA cred=EXT"));
-    EXPECT_THAT(world.journal_after("sql sid=ORCL text=SELECT NAME FROM V$DATABASE"),
-                ElementsAre("free htype=6", "free htype=4", "logoff sid=ORCL", "detach sid=ORCL", "free htype=9",
-                            "free htype=8", "free htype=3", "free htype=2", "free htype=1"));
+    EXPECT_THAT(world.take_journal(),
+                ElementsAre("attach sid=ORCL", "logon sid=ORCL mode=SYSDBA cred=EXT",
+                            "sql sid=ORCL text=SELECT NAME FROM V$DATABASE", "free htype=6", "free htype=4",
+                            "logoff sid=ORCL", "detach sid=ORCL", "free htype=9", "free htype=8", "free htype=3",
+                            "free htype=2", "free htype=1"));
 
     // A session that never reached the client still brackets its teardown.
-    testing_support::log_capture_t log;
-    const size_t events = world.journal().size();
+    test::strict_log_t log;
     { COracleSession bare(SOracleCredentials{}); }
-    EXPECT_THAT(log.texts(), Contains(HasSubstr("Destroying oracle session ok.")));
-    EXPECT_EQ(world.journal().size(), events);
+    EXPECT_THAT(log.take(), ElementsAre("oralib| Destroying oracle session", "oralib| Destroying oracle session ok."));
+    EXPECT_THAT(world.take_journal(), ElementsAre());
 }
 
 TEST(OracleSessionHolder, RefusedSysdbaWithALoginFallsBackOnceToThePlainOrPreliminaryMode)
 {
-    CSimWorld world(instance("ORCL", ""));
-    testing_support::log_capture_t log;
+    CSimWorld world({instance("ORCL")});
+    test::strict_log_t log;
     {
         COracleSessionHolder holder(L"ORCL", L"C:\\oracle\\home1", {"system", "manager"}, false);
         EXPECT_TRUE(holder.GetSession()->valid);
@@ -97,22 +65,25 @@ TEST(OracleSessionHolder, RefusedSysdbaWithALoginFallsBackOnceToThePlainOrPrelim
     } catch (const std::exception&) {
         // The outcome of the preliminary fallback is the server's business here.
     }
-    EXPECT_THAT(world.journal_starting({"logon"}),
-                ElementsAre("logon sid=ORCL mode=SYSDBA cred=RDBMS login=system",
-                            "logon sid=ORCL mode=DEFAULT cred=RDBMS login=system",
-                            "logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=RDBMS login=system",
-                            "logon sid=ORCL mode=PRELIM_AUTH cred=RDBMS login=system"));
-    EXPECT_THAT(log.texts(), Contains(HasSubstr("Failed to connect as SYSDBA: insufficient privileges or "
-                                                "channel error. Connecting by default. Login: system"))
-                                 .Times(2))
+    std::vector<std::string> logons;
+    for (const std::string& line : world.take_journal())
+        if (line.compare(0, 5, "logon") == 0)
+            logons.push_back(line);
+    EXPECT_THAT(logons, ElementsAre("logon sid=ORCL mode=SYSDBA cred=RDBMS login=system",
+                                    "logon sid=ORCL mode=DEFAULT cred=RDBMS login=system",
+                                    "logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=RDBMS login=system",
+                                    "logon sid=ORCL mode=PRELIM_AUTH cred=RDBMS login=system"));
+    EXPECT_THAT(log.take(), testing::Contains(HasSubstr("Failed to connect as SYSDBA: insufficient privileges or "
+                                                        "channel error. Connecting by default. Login: system"))
+                                .Times(2))
         << "once for each holder";
 }
 
 TEST(OracleSessionHolder, RefusedOsAuthenticationOrAFaultInTheClientFailsOnlyThatInstance)
 {
-    CSimWorld world(instance("ORCL", "os_sysdba = no\n") + instance("AV", "fault = kind=av | at=attach\n") +
-                    instance("GOOD", ""));
-    testing_support::log_capture_t log;
+    CSimWorld world({instance("ORCL", {{"os_sysdba", "no"}}),
+                     instance("AV", {}, {{"fault", {{"kind", "av"}, {"at", "attach"}}}}), instance("GOOD")});
+    test::strict_log_t log;
     std::string text;
     try {
         COracleSessionHolder holder(L"ORCL", L"C:\\oracle\\home1", {}, false);
@@ -124,16 +95,20 @@ TEST(OracleSessionHolder, RefusedOsAuthenticationOrAFaultInTheClientFailsOnlyTha
     EXPECT_THAT(text, HasSubstr("Oracle error has occurred. ORA-01031"));
     EXPECT_THAT(text, HasSubstr("--tr:Failed to create oracle session.\n--tr:Failed to create oracle "
                                 "session holder. SID: ORCL."));
-    EXPECT_EQ(world.journal_starting({"logon"}).size(), 1u) << "not retried";
-    EXPECT_THAT(log.texts(), Each(testing::Not(HasSubstr("Connecting by default"))));
+    EXPECT_THAT(world.take_journal(),
+                ElementsAre("attach sid=ORCL", "logon sid=ORCL mode=SYSDBA cred=EXT", "error sid=ORCL code=1031",
+                            "detach sid=ORCL", "free htype=9", "free htype=8", "free htype=3", "free htype=2",
+                            "free htype=1"))
+        << "not retried";
+    const std::vector<std::string> refused = log.take();
+    EXPECT_THAT(refused, testing::Contains("oralib| ERR |Oracle session init thread failed"));
+    EXPECT_THAT(refused, testing::Each(testing::Not(HasSubstr("Connecting by default"))));
 
-    expect_raise<COracleSessionCreateExc>(
-        [] { COracleSessionHolder holder(L"AV", L"C:\\h", {}, false); }, &text);
+    test::raise_time<COracleSessionCreateExc>([] { COracleSessionHolder holder(L"AV", L"C:\\h", {}, false); }, &text);
     EXPECT_EQ(text, "Failed to create oracle session holder. Session is invalid.\n"
                     "--tr:Failed to create oracle session holder. SID: AV.");
-    EXPECT_THAT(log.texts(),
-                Contains(HasSubstr("SEH exception has occurred while initializing Oracle session, "
-                                   "exception code: 0xc0000005")));
+    EXPECT_THAT(log.take(), testing::Contains(HasSubstr("SEH exception has occurred while initializing Oracle "
+                                                        "session, exception code: 0xc0000005")));
 
     // The forgiving factory gives no holder and a log line for a failing instance.
     SOracleSid good;
@@ -143,68 +118,30 @@ TEST(OracleSessionHolder, RefusedOsAuthenticationOrAFaultInTheClientFailsOnlyTha
     bad.sid = L"ORCL";
     EXPECT_TRUE(MakeSessionHolder(good, {}));
     EXPECT_FALSE(MakeSessionHolder(bad, {}));
-    EXPECT_THAT(log.texts(), Contains(HasSubstr("ERR |Failed to create session holder for SID: ORCL")));
+    EXPECT_THAT(log.take(), testing::Contains(HasSubstr("ERR |Failed to create session holder for SID: ORCL")));
 }
 
 TEST(OracleSessionHolder, HangInAttachOrSessionBeginEndsInTimeoutAndLeavesTheHandlesAlone)
 {
     for (const std::string point : {"attach", "session_begin"}) {
-        CSimWorld world(instance("ORCL", "fault = kind=hang | at=" + point + "\n"));
+        CSimWorld world({instance("ORCL", {}, {{"fault", {{"kind", "hang"}, {"at", point}}}})});
         std::string text;
-        const ULONGLONG took = expect_raise<COracleInitTimeoutExc>(
+        const ULONGLONG took = test::raise_time<COracleInitTimeoutExc>(
             [] { COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false); }, &text);
-        EXPECT_LT(took, kDeadlineWithMarginMs) << point;
+        EXPECT_LT(took, test::kDeadlineWithMarginMs) << point;
         EXPECT_GE(took, 900u) << point;
         EXPECT_EQ(text, "Failed to wait oracle session initialization\n"
                         "--tr:Failed to create oracle session holder. SID: ORCL.");
-        EXPECT_THAT(world.journal_after("fault sid=ORCL kind=hang at=" + point),
-                    ElementsAre("free htype=2"));
-    }
-}
-
-TEST(OracleInstanceStatus, HangInStatusQueryEndsInTimeoutAndAbandonsTheSession)
-{
-    CSimWorld world(instance("ORCL", "fault = kind=hang | at=status\n"));
-    {
-        COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
-        auto session = holder.GetSession();
-        std::string text;
-        const ULONGLONG took = expect_raise<COracleExc>(
-            [&] { COracleInstanceStatus().IsInstanceOpen(session, false); }, &text);
-        EXPECT_LT(took, kDeadlineWithMarginMs);
-        EXPECT_EQ(text, "Failed to wait checking if oracle instance is opened\n"
-                        "--tr:Checking if oracle instance is open thread failed.\n"
-                        "--tr:OracleSession: failed to check if instance is open.");
-        EXPECT_TRUE(session->abandoned);
-    }
-    EXPECT_THAT(world.journal_after("fault sid=ORCL kind=hang at=status"), Each("free htype=2"));
-}
-
-TEST(OracleInstanceStatus, StatusTextsDecideOpenAndActive)
-{
-    struct SCase {
-        std::string props;
-        bool open;
-        bool active;
-    };
-    const SCase cases[] = {
-        {"status = OPEN\n", true, true},
-        {"status = OPEN MIGRATE\n", true, true},
-        {"status = MOUNTED\n", false, true},
-        {"status = OPEN\ndatabase_status = SUSPENDED\n", true, false},
-    };
-    for (const SCase& c : cases) {
-        CSimWorld world(instance("ORCL", c.props));
-        COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
-        COracleInstanceStatus status;
-        EXPECT_EQ(status.IsInstanceOpen(holder.GetSession(), false), c.open) << c.props;
-        EXPECT_EQ(status.IsDbActive(holder.GetSession()), c.active) << c.props;
+        const std::vector<std::string> journal = world.take_journal();
+        ASSERT_GE(journal.size(), 2u);
+        EXPECT_THAT(std::vector<std::string>(journal.end() - 2, journal.end()),
+                    ElementsAre("fault sid=ORCL kind=hang at=" + point, "free htype=2"));
     }
 }
 
 TEST(OracleSessionLifecycle, DownInstanceIsReportedThenStartedOpenedAndShutDown)
 {
-    CSimWorld world(instance("ORCL", "status = DOWN\n"));
+    CSimWorld world({instance("ORCL", {{"status", "DOWN"}})});
     COracleInstanceStatus status;
     {
         COracleSessionHolder down(L"ORCL", L"C:\\h", {}, false);
@@ -214,10 +151,13 @@ TEST(OracleSessionLifecycle, DownInstanceIsReportedThenStartedOpenedAndShutDown)
         COracleSessionHolder idle(L"ORCL", L"C:\\h", {}, true);
         idle.GetSession()->Startup();
     }
-    EXPECT_TRUE(world.journal_starting({"sql"}).empty());
-    EXPECT_THAT(world.journal_starting({"logon"}),
-                ElementsAre("logon sid=ORCL mode=SYSDBA cred=EXT", "logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=EXT"));
-    EXPECT_THAT(world.journal(), Contains("startup sid=ORCL"));
+    EXPECT_THAT(world.take_journal(),
+                ElementsAre("attach sid=ORCL", "logon sid=ORCL mode=SYSDBA cred=EXT", "error sid=ORCL code=1034",
+                            "attach sid=ORCL", "logon sid=ORCL mode=SYSDBA|PRELIM_AUTH cred=EXT", "startup sid=ORCL",
+                            "logoff sid=ORCL", "detach sid=ORCL", "free htype=9", "free htype=8", "free htype=3",
+                            "free htype=2", "free htype=1", "logoff sid=ORCL", "error sid=ORCL code=1012",
+                            "detach sid=ORCL", "free htype=9", "free htype=8", "free htype=3", "free htype=2",
+                            "free htype=1"));
     {
         COracleSessionHolder started(L"ORCL", L"C:\\h", {}, false);
         EXPECT_FALSE(status.IsInstanceOpen(started.GetSession(), false));
@@ -225,11 +165,13 @@ TEST(OracleSessionLifecycle, DownInstanceIsReportedThenStartedOpenedAndShutDown)
         EXPECT_TRUE(status.IsInstanceOpen(started.GetSession(), false));
         started.GetSession()->Shutdown();
     }
-    EXPECT_THAT(world.journal_starting({"shutdown", "sql sid=ORCL text=ALTER DATABASE C", "sql sid=ORCL text=ALTER DATABASE D"}),
-                ElementsAre("shutdown sid=ORCL mode=IMMEDIATE",
+    EXPECT_THAT(world.take_statements(),
+                ElementsAre("sql sid=ORCL text=SELECT STATUS FROM V$INSTANCE", "sql sid=ORCL text=ALTER DATABASE MOUNT",
+                            "sql sid=ORCL text=ALTER DATABASE OPEN", "sql sid=ORCL text=SELECT STATUS FROM V$INSTANCE",
                             "sql sid=ORCL text=ALTER DATABASE CLOSE NORMAL",
-                            "sql sid=ORCL text=ALTER DATABASE DISMOUNT",
-                            "shutdown sid=ORCL mode=FINAL"));
+                            "sql sid=ORCL text=ALTER DATABASE DISMOUNT"));
     COracleSessionHolder after(L"ORCL", L"C:\\h", {}, false);
     EXPECT_TRUE(after.GetSession()->instanceShutdown);
 }
+
+} // namespace
