@@ -50,7 +50,7 @@ TEST(DbActiveCheck, OnlyAnOpenInactiveDatabaseOrAHangCountsAgainstItAndARefusedL
     };
     for (const ocisim::InstanceSpec& instance : instances)
         machine.add_instance(instance);
-    test::log_capture_t capture;
+    test::strict_log_t capture;
     const auto check = [&](const std::string& sid) {
         return CheckDbActiveForVss(util::utf8_to_wide(sid), machine.home_path());
     };
@@ -65,7 +65,7 @@ TEST(DbActiveCheck, OnlyAnOpenInactiveDatabaseOrAHangCountsAgainstItAndARefusedL
     EXPECT_TRUE(check("NOLOGON"));
     EXPECT_FALSE(check("HANG"));
     EXPECT_FALSE(check("SLOW"));
-    const std::vector<std::string> lines = capture.texts();
+    const std::vector<std::string> lines = capture.take();
     EXPECT_TRUE(has_line_ending_with(lines, "WARN|Failed to check if oracle db is active, sid: NOLOGON"));
     EXPECT_TRUE(has_line_ending_with(lines, "WARN|Failed create oracle session: timeout. Sid: HANG"));
     EXPECT_TRUE(has_line_ending_with(lines, "WARN|Failed query oracle database status: timeout. Sid: SLOW"));
@@ -75,16 +75,16 @@ TEST(VssWriterService, OnlyARunningOrStartingWriterCountsAndAMissingOneIsAWarnin
 {
     const std::string sid = Sid("W");
     const std::string service = util::wide_to_utf8(Writer(sid));
-    test::log_capture_t missing;
+    test::strict_log_t missing;
     EXPECT_FALSE(IsVssWriterServiceEnabled(util::utf8_to_wide(sid)));
-    EXPECT_TRUE(has_line_ending_with(missing.texts(), "WARN|Failed to check if VSS oracle writer service enabled, sid: " + sid));
+    EXPECT_TRUE(has_line_ending_with(missing.take(), "WARN|Failed to check if VSS oracle writer service enabled, sid: " + sid));
     EXPECT_NE(missing.receiver->all().find("Failed to open service '" + service), std::string::npos);
 
     test::test_service_t writer(Writer(sid));
     const auto state_after = [&](bool enabled, const char* status) {
-        test::log_capture_t capture;
+        test::strict_log_t capture;
         EXPECT_EQ(IsVssWriterServiceEnabled(util::utf8_to_wide(sid)), enabled) << status;
-        EXPECT_TRUE(has_line_ending_with(capture.texts(), "Found service: " + service + ", status: " + status));
+        EXPECT_TRUE(has_line_ending_with(capture.take(), "Found service: " + service + ", status: " + status));
     };
     state_after(false, "1");
     writer.start();
@@ -95,9 +95,9 @@ TEST(VssWriterService, OnlyARunningOrStartingWriterCountsAndAMissingOneIsAWarnin
     const std::string starting = Sid("P");
     test::test_service_t pending(Writer(starting), test::test_service_t::mode_t::start_pending);
     pending.start();
-    test::log_capture_t capture;
+    test::strict_log_t capture;
     EXPECT_TRUE(IsVssWriterServiceEnabled(util::utf8_to_wide(starting)));
-    EXPECT_TRUE(has_line_ending_with(capture.texts(), util::wide_to_utf8(Writer(starting)) + ", status: 2"));
+    EXPECT_TRUE(has_line_ending_with(capture.take(), util::wide_to_utf8(Writer(starting)) + ", status: 2"));
 }
 
 // The gate, fresh for each test; the exports use the process-wide one.
@@ -117,13 +117,13 @@ TEST_F(VssVerdictOnTheMachine, InactiveDatabaseWithARunningWriterDisablesVssAndS
     test::test_service_t secondWriter(Writer(second));
     firstWriter.start();
     secondWriter.start();
-    test::log_capture_t capture;
+    test::strict_log_t capture;
 
     EXPECT_FALSE(gate.IsVssEnabled());
 
     EXPECT_TRUE(machine.contacted(first));
     EXPECT_FALSE(machine.contacted(second));
-    const std::vector<std::string> lines = capture.texts();
+    const std::vector<std::string> lines = capture.take();
     EXPECT_TRUE(has_line_ending_with(lines, "Checking if oracle VSS must be disabled"));
     EXPECT_TRUE(has_line_ending_with(lines, "VSS must be disabled"));
     EXPECT_TRUE(has_line_ending_with(lines, "Checking if oracle VSS must be disabled ok."));
@@ -137,10 +137,10 @@ TEST_F(VssVerdictOnTheMachine, ShutDownDatabaseWithARunningWriterKeepsVssEnabled
     machine.add_instance({sid, {{"status", "DOWN"}}});
     test::test_service_t writer(Writer(sid));
     writer.start();
-    test::log_capture_t capture;
+    test::strict_log_t capture;
 
     EXPECT_TRUE(gate.IsVssEnabled());
-    EXPECT_TRUE(has_line_ending_with(capture.texts(), "VSS must be enabled"));
+    EXPECT_TRUE(has_line_ending_with(capture.take(), "VSS must be enabled"));
     EXPECT_TRUE(machine.contacted(sid));
     EXPECT_FALSE(machine.contacted("+ASM"));
 }
