@@ -1,5 +1,6 @@
 #include "support/ocisim_world.h"
 
+#include "oracle/client/session_holder.h"
 #include "support/process.h"
 
 namespace test {
@@ -42,6 +43,11 @@ std::vector<std::string> ocisim_world_t::take_statements()
         if (line.compare(0, 4, "sql ") == 0 || line.compare(0, 5, "bind ") == 0)
             statements.push_back(line);
     return statements;
+}
+
+std::shared_ptr<specific::oracle::COracleSession> sim_session(const std::wstring& sid)
+{
+    return specific::oracle::COracleSessionHolder(sid, L"C:\\h", {}, false).GetSession();
 }
 
 } // namespace test

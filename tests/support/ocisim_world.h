@@ -1,10 +1,15 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "ocisim/scenario_builder.h"
 #include "support/temp_folder.h"
+
+namespace specific::oracle {
+class COracleSession;
+}
 
 namespace test {
 
@@ -32,5 +37,8 @@ private:
     temp_folder_t folder_;
     size_t taken_ = 0;
 };
+
+// A session by operating-system authentication to `sid` of the current world.
+std::shared_ptr<specific::oracle::COracleSession> sim_session(const std::wstring& sid = L"ORCL");
 
 } // namespace test

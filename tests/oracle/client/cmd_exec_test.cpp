@@ -1,7 +1,6 @@
 #include "oracle/client/cmd_exec.h"
 
 #include "oracle/client/oracle_session.h"
-#include "oracle/client/session_holder.h"
 #include "support/capturing_receiver.h"
 #include "support/ocisim_world.h"
 #include "support/temp_folder.h"
@@ -20,15 +19,10 @@ using testing::ElementsAre;
 
 namespace {
 
-std::shared_ptr<COracleSession> logon()
-{
-    return COracleSessionHolder(L"ORCL", L"C:\\h", {}, false).GetSession();
-}
-
 TEST(OracleCmdExec, AsmFileAttributesBindPathAndThreeIntegersAndFailureIsFalse)
 {
     CSimWorld world({{"ORCL", {}, {{"asm_file", {{"name", "+DATA/orcl/1_5.arc"}, {"blocks", "7"}, {"type", "4"}}}}}});
-    auto session = logon();
+    auto session = test::sim_session();
     test::strict_log_t log;
     EXPECT_TRUE(GetAsmFileAttr(session, "+DATA/orcl/1_5.arc"));
     EXPECT_EQ(log.take().back(), "oralib| ASM file: +DATA/orcl/1_5.arc, type: 4, size: 7");
@@ -48,7 +42,7 @@ TEST(OracleCmdExec, CopyRunsFiveStatementsWithTwoFreshDirectoryObjects)
     const std::string from = folder.file_utf8("from");
     const std::string to = folder.file_utf8("to");
     CSimWorld world({{"ORCL"}});
-    CopyAsmFile(logon(), from + "\\1_5.arc", to + "/copy.arc");
+    CopyAsmFile(test::sim_session(), from + "\\1_5.arc", to + "/copy.arc");
 
     const std::vector<std::string> lines = world.take_statements();
     ASSERT_EQ(lines.size(), 5u);

@@ -2,7 +2,6 @@
 
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/oracle_session.h"
-#include "oracle/client/session_holder.h"
 #include "support/ocisim_world.h"
 
 #include <gmock/gmock.h>
@@ -13,11 +12,6 @@ using CSimWorld = test::ocisim_world_t;
 using testing::ElementsAre;
 
 namespace {
-
-std::shared_ptr<COracleSession> logon()
-{
-    return COracleSessionHolder(L"ORCL", L"C:\\h", {}, false).GetSession();
-}
 
 const char kListeners[] = "SELECT NAME, VALUE FROM V$PARAMETER WHERE NAME LIKE '%_listener'";
 
@@ -31,7 +25,7 @@ TEST(OracleQuery, RowsWithNullOrTruncatedValuesAreDroppedWholeAndOthersWidenedBy
     {
         CSimWorld world({{"ORCL", {}, {listener("a", "tcp \xE9"), listener("b", ""),
                                        listener("c", std::string(1024, 'x')), listener("d", std::string(1023, 'y'))}}});
-        auto session = logon();
+        auto session = test::sim_session();
         const std::vector<COracleRow> rows = session->NewQuery()->Exec(kListeners, 2, false)->rows;
         EXPECT_EQ(rows, (std::vector<COracleRow>{{L"a_listener", std::wstring(L"tcp ") + wchar_t(0xFFE9)},
                                                  {L"d_listener", std::wstring(1023, L'y')}}));
@@ -41,14 +35,14 @@ TEST(OracleQuery, RowsWithNullOrTruncatedValuesAreDroppedWholeAndOthersWidenedBy
     }
     CSimWorld world({{"ORCL", {}, {listener("a", "1"), listener("b", "2"), listener("c", "3"),
                                    {"fault", {{"kind", "fetch_fail"}, {"text", "V$PARAMETER"}, {"after", "2"}}}}}});
-    EXPECT_EQ(logon()->NewQuery()->Exec(kListeners, 2, false)->rows.size(), 2u) << "a failing fetch ends the rows";
+    EXPECT_EQ(test::sim_session()->NewQuery()->Exec(kListeners, 2, false)->rows.size(), 2u) << "a failing fetch ends the rows";
     EXPECT_THAT(world.journal(), testing::Contains("fault sid=ORCL kind=fetch_fail at=fetch"));
 }
 
 TEST(OracleQuery, EmptyResultsGiveNoRowsAndFailuresCarryTheirLinesAndTheServerCode)
 {
     CSimWorld world({{"ORCL", {{"status", "STARTED"}}}});
-    auto session = logon();
+    auto session = test::sim_session();
     session->NewQuery()->ExecNoResult("ALTER DATABASE MOUNT");
     EXPECT_EQ(session->NewQuery()->ExecValue("SELECT VALUE FROM V$PARAMETER WHERE NAME='none'", false), L"");
     EXPECT_TRUE(session->NewQuery()->ExecFirstRow(kListeners, 2, false).empty());

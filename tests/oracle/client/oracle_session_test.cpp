@@ -1,6 +1,5 @@
 #include "oracle/client/oracle_session.h"
 
-#include "oracle/client/session_holder.h"
 #include "support/ocisim_world.h"
 
 #include <gmock/gmock.h>
@@ -11,11 +10,6 @@ using CSimWorld = test::ocisim_world_t;
 using testing::ElementsAre;
 
 namespace {
-
-std::shared_ptr<COracleSession> logon()
-{
-    return COracleSessionHolder(L"ORCL", L"C:\\h", {}, false).GetSession();
-}
 
 TEST(OracleSessionOps, DatabaseOptionsNameAndVersionFlagsEachAskedOnce)
 {
@@ -36,7 +30,7 @@ TEST(OracleSessionOps, DatabaseOptionsNameAndVersionFlagsEachAskedOnce)
         ocisim::Fields props = c.props;
         props["name"] = "orcl";
         CSimWorld world({{"ORCL", props}});
-        auto session = logon();
+        auto session = test::sim_session();
         bool readOnly = !c.readOnly;
         bool archiveLog = !c.archiveLog;
         session->GetDatabaseOptions(readOnly, archiveLog);
