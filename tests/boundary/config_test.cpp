@@ -20,7 +20,7 @@ TEST(oracle_config, missing_key_or_values_of_another_type_keep_the_defaults_sile
     ASSERT_EQ(S_OK, SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, 0, folder));
     const std::wstring default_temp = std::wstring(folder) + L"\\Brelm\\Backup\\OracleLogBackup\\";
     test::registry_sandbox_t registry;
-    testing_support::log_capture_t capture;
+    test::log_capture_t capture;
     {
         const COracleConfig config;
         EXPECT_EQ(300, config.connectionTimeoutSec);

@@ -27,7 +27,7 @@ std::wstring take(wchar_t* text)
 
 TEST(ErrorString, CallerGetsWhatAndTheLogGetsTheLiteralWithTheThrowingThread)
 {
-    testing_support::log_capture_t capture;
+    test::log_capture_t capture;
     exc::runtime_exc_t error("Root cause.");
     error.add_trace_message("Oracle manager failed to enum logs");
     EXPECT_EQ(take(MakeErrorString("Failed to enum oracle logs.", error)),

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "orasnap/orasnap.h"
+#include "support/orasnap_library.h"
 #include "support/registry_sandbox.h"
 #include "support/temp_folder.h"
 #include "version.h"
@@ -21,18 +22,10 @@ namespace {
 const wchar_t kConfigKey[] = L"SOFTWARE\\Brelm\\Brelm Safeguard";
 const wchar_t kLogName[] = L"orasnap_agent_test.log";
 
-// Stands in a text cell until the library writes one; compared by address.
-wchar_t kUntouched[] = L"untouched";
-
-template <typename Function>
-Function resolve(HMODULE module, const char* name)
-{
-    // Through void(*)(): the one function pointer type a FARPROC converts to without a warning.
-    return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
-}
+wchar_t* const kUntouched = test::untouched_text;
 
 // The entry point of the loaded library, typed by the public header's declaration.
-#define DLL(name) resolve<decltype(&name)>(module_, #name)
+#define DLL(name) ORASNAP_EXPORT(*library_, name)
 
 std::wstring version_string(const std::vector<BYTE>& block, const wchar_t* name)
 {
@@ -60,33 +53,20 @@ protected:
         sandbox_ = new test::registry_sandbox_t();
         sandbox_->set_string(kConfigKey, L"LogDirectory", folder_->path());
         sandbox_->set_string(kConfigKey, L"OracleTempLogPath", L"");
-        module_ = LoadLibraryW(L"orasnap.dll");
+        library_ = new test::library_t();
     }
 
     static void TearDownTestSuite()
     {
-        if (module_ != nullptr)
-            FreeLibrary(module_);
-        module_ = nullptr;
+        delete library_;
+        library_ = nullptr;
         delete sandbox_;
         sandbox_ = nullptr;
         delete folder_;
         folder_ = nullptr;
     }
 
-    void SetUp() override { ASSERT_NE(module_, nullptr) << "LoadLibraryW(orasnap.dll) failed"; }
-
-    // Reads a text the library allocated and gives it back through OracleLibStrFree.
-    static std::wstring take(wchar_t* text)
-    {
-        if (text == kUntouched)
-            return L"<untouched>";
-        if (text == nullptr)
-            return L"<null>";
-        std::wstring copy(text);
-        DLL(OracleLibStrFree)(text);
-        return copy;
-    }
+    static std::wstring take(wchar_t* text) { return library_->take(text); }
 
     static std::string log_text()
     {
@@ -98,12 +78,12 @@ protected:
 
     static test::temp_folder_t* folder_;
     static test::registry_sandbox_t* sandbox_;
-    static HMODULE module_;
+    static test::library_t* library_;
 };
 
 test::temp_folder_t* AgentCalls::folder_ = nullptr;
 test::registry_sandbox_t* AgentCalls::sandbox_ = nullptr;
-HMODULE AgentCalls::module_ = nullptr;
+test::library_t* AgentCalls::library_ = nullptr;
 
 } // namespace
 
@@ -117,7 +97,7 @@ TEST_F(AgentCalls, ExportsExactlyTheEighteenEntryPointsAndCarriesTheBuildVersion
         "OracleDeleteLogsBySize", "OracleRemoveLogsInTemp",    "OracleIsRestoreRequired",
         "OracleDoRestore",        "OracleGetLogsFolder",       "OracleTest",
     };
-    const auto* base = reinterpret_cast<const BYTE*>(module_);
+    const auto* base = reinterpret_cast<const BYTE*>(library_->module());
     const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(
         base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
     const IMAGE_DATA_DIRECTORY& dir = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
@@ -132,7 +112,7 @@ TEST_F(AgentCalls, ExportsExactlyTheEighteenEntryPointsAndCarriesTheBuildVersion
     EXPECT_EQ(exported, expected);
 
     wchar_t path[MAX_PATH] = {};
-    ASSERT_NE(GetModuleFileNameW(module_, path, MAX_PATH), 0u);
+    ASSERT_NE(GetModuleFileNameW(library_->module(), path, MAX_PATH), 0u);
     std::vector<BYTE> block(GetFileVersionInfoSizeW(path, nullptr));
     ASSERT_FALSE(block.empty());
     ASSERT_TRUE(GetFileVersionInfoW(path, 0, static_cast<DWORD>(block.size()), block.data()));

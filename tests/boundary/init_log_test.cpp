@@ -12,6 +12,8 @@
 #include "common/ctx/module_info.h"
 #include "common/strings/strings.h"
 #include "orasnap/orasnap.h"
+#include "support/orasnap_library.h"
+#include "support/process.h"
 #include "support/registry_sandbox.h"
 #include "support/temp_folder.h"
 #include "version.h"
@@ -23,15 +25,6 @@
 namespace {
 
 const wchar_t* const agent_key = L"SOFTWARE\\Brelm\\Brelm Safeguard";
-
-template <typename F>
-F export_of(HMODULE module, const char* name)
-{
-    return reinterpret_cast<F>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
-}
-
-// The entry point of the loaded library, typed by the public header's declaration.
-#define EXPORT(name) export_of<decltype(&name)>(module, #name)
 
 // The log's lines, each cut behind its time and thread columns and ended by
 // "\n"; a line without those columns or its "\r\n" is marked so nothing matches it.
@@ -63,13 +56,6 @@ std::string missing(const std::string& body, const std::vector<std::string>& exp
     return body.find(block) == std::string::npos ? "not in the log:" + block : std::string();
 }
 
-std::wstring host_path()
-{
-    wchar_t path[MAX_PATH + 1] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return path;
-}
-
 std::string agent_run_mismatch(const std::wstring& folder)
 {
     const std::wstring log_folder = folder + L"\\agent logs";
@@ -92,13 +78,11 @@ std::string agent_run_mismatch(const std::wstring& folder)
     registry.set_dword(agent_key, L"OracleSkipNoArchiveLogDB", 1);
     registry.set_dword(agent_key, L"DeleteOracleAbsentLogFiles", 0);
 
-    HMODULE module = LoadLibraryW(L"orasnap.dll");
-    if (module == nullptr)
-        return "LoadLibraryW(orasnap.dll) failed";
-    const auto init_lib = EXPORT(OracleVssInitLib);
-    const auto logs_folder = EXPORT(OracleGetLogsFolder);
-    const auto restore_required = EXPORT(OracleIsRestoreRequired);
-    const auto str_free = EXPORT(OracleLibStrFree);
+    const test::library_t library;
+    const auto init_lib = ORASNAP_EXPORT(library, OracleVssInitLib);
+    const auto logs_folder = ORASNAP_EXPORT(library, OracleGetLogsFolder);
+    const auto restore_required = ORASNAP_EXPORT(library, OracleIsRestoreRequired);
+    const auto str_free = ORASNAP_EXPORT(library, OracleLibStrFree);
 
     wchar_t* error = nullptr;
     if (init_lib(L"agent.log", &error) != S_OK)
@@ -126,7 +110,7 @@ std::string agent_run_mismatch(const std::wstring& folder)
         "",
         "=============================================================================",
         "{",
-        "  Path to the executable module: " + util::wide_to_utf8(host_path()),
+        "  Path to the executable module: " + util::wide_to_utf8(test::exe_path()),
         "  Module version: " ORASNAP_VERSION_TEXT,
         "  Comments: " ORASNAP_COMMENTS,
         "  OS version: " + util::get_os_version_text(),
@@ -170,7 +154,7 @@ void exit_with(const std::string& mismatch)
 
 } // namespace
 
-TEST(agent_init, log_starts_with_its_opening_note_the_banner_and_the_configuration_dump)
+TEST(AgentInit, LogStartsWithItsOpeningNoteTheBannerAndTheConfigurationDump)
 {
     test::temp_folder_t temp;
     EXPECT_EXIT(exit_with(agent_run_mismatch(temp.path())), testing::ExitedWithCode(0), "");

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace testing_support {
+namespace test {
 
 // A log receiver that keeps every block it is given, for assertions on the
 // exact lines a piece of code writes.
@@ -20,13 +20,7 @@ public:
     uint64_t size() override { return 0; }
     void compress_to(const std::shared_ptr<util::zip_writer_t>&) override {}
 
-    std::string all() const
-    {
-        std::string text;
-        for (const auto& block : blocks)
-            text += block;
-        return text;
-    }
+    std::string all() const;
 
     std::vector<std::string> blocks;
 
@@ -39,38 +33,32 @@ private:
 // the object, and puts the previous receiver back afterwards.
 class log_capture_t {
 public:
-    log_capture_t()
-        : receiver(std::make_shared<capturing_receiver_t>()),
-          previous_(logging::get_log()->receiver())
-    {
-        logging::get_log()->set_receiver(receiver);
-    }
-    ~log_capture_t() { logging::get_log()->set_receiver(previous_); }
+    log_capture_t();
+    virtual ~log_capture_t();
     log_capture_t(const log_capture_t&) = delete;
     log_capture_t& operator=(const log_capture_t&) = delete;
 
-    // The lines written, with the time and thread columns cut off.
-    std::vector<std::string> texts() const
-    {
-        std::vector<std::string> lines;
-        const std::string all = receiver->all();
-        size_t start = 0;
-        while (start < all.size()) {
-            size_t end = all.find('\n', start);
-            if (end == std::string::npos)
-                end = all.size();
-            std::string line = all.substr(start, end - start);
-            const size_t column = line.find("> ");
-            lines.push_back(column == std::string::npos ? line : line.substr(column + 2));
-            start = end + 1;
-        }
-        return lines;
-    }
+    // Every line written so far, with the time and thread columns cut off.
+    std::vector<std::string> texts() const;
+    // The lines written since the last take, cut the same way: the test asserts
+    // them whole, so a line it did not expect fails it.
+    std::vector<std::string> take();
 
     std::shared_ptr<capturing_receiver_t> receiver;
+
+protected:
+    size_t taken_ = 0;
 
 private:
     std::shared_ptr<logging::receiver::log_file_t> previous_;
 };
 
-} // namespace testing_support
+// A capture that fails the running test when it ends with a warning or an
+// error line nobody took: what the log reports as going wrong is part of what
+// a test pins.
+class strict_log_t : public log_capture_t {
+public:
+    ~strict_log_t() override;
+};
+
+} // namespace test

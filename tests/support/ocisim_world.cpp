@@ -1,22 +1,13 @@
 #include "support/ocisim_world.h"
 
-#include <windows.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <stdexcept>
+#include "oracle/client/session_holder.h"
+#include "support/process.h"
 
 namespace test {
 
-void set_process_env(const std::wstring& name, const std::wstring& value)
+ocisim_world_t::ocisim_world_t(const std::vector<ocisim::InstanceSpec>& instances)
 {
-    SetEnvironmentVariableW(name.c_str(), value.empty() ? nullptr : value.c_str());
-    _wputenv((name + L"=" + value).c_str());
-}
-
-ocisim_world_t::ocisim_world_t(const std::string& scenario)
-{
-    set_scenario(scenario);
+    set_world(ocisim::make_world(instances));
     set_process_env(L"OCISIM_SCENARIO", folder_.file(L"scenario.txt"));
     set_process_env(L"OCISIM_JOURNAL", folder_.file(L"journal.txt"));
 }
@@ -27,44 +18,36 @@ ocisim_world_t::~ocisim_world_t()
     set_process_env(L"OCISIM_JOURNAL", L"");
 }
 
-void ocisim_world_t::set_scenario(const std::string& scenario) const
+void ocisim_world_t::set_world(const ocisim::World& world) const
 {
-    std::ofstream out(folder_.file(L"scenario.txt").c_str(), std::ios::binary | std::ios::trunc);
-    out << scenario;
-    if (!out)
-        throw std::runtime_error("cannot write the scenario");
-    DeleteFileW(folder_.file(L"scenario.txt.state").c_str());
+    ocisim::write_scenario(folder_.file_utf8("scenario.txt"), world);
 }
 
 std::vector<std::string> ocisim_world_t::journal() const
 {
-    std::vector<std::string> lines;
-    std::ifstream in(folder_.file(L"journal.txt").c_str(), std::ios::binary);
-    std::string line;
-    while (std::getline(in, line))
-        lines.push_back(line);
-    return lines;
+    return ocisim::read_journal(folder_.file_utf8("journal.txt"));
 }
 
-std::vector<std::string> ocisim_world_t::journal_after(const std::string& start) const
+std::vector<std::string> ocisim_world_t::take_journal()
 {
-    const std::vector<std::string> all = journal();
-    for (size_t i = 0; i < all.size(); ++i)
-        if (all[i].compare(0, start.size(), start) == 0)
-            return std::vector<std::string>(all.begin() + static_cast<std::ptrdiff_t>(i) + 1, all.end());
-    throw std::runtime_error("no journal line " + start);
+    const std::vector<std::string> lines = journal();
+    const size_t from = taken_ < lines.size() ? taken_ : lines.size();
+    taken_ = lines.size();
+    return std::vector<std::string>(lines.begin() + static_cast<std::ptrdiff_t>(from), lines.end());
 }
 
-std::vector<std::string> ocisim_world_t::journal_starting(const std::vector<std::string>& prefixes) const
+std::vector<std::string> ocisim_world_t::take_statements()
 {
-    std::vector<std::string> found;
-    for (const std::string& line : journal())
-        for (const std::string& prefix : prefixes)
-            if (line.compare(0, prefix.size(), prefix) == 0) {
-                found.push_back(line);
-                break;
-            }
-    return found;
+    std::vector<std::string> statements;
+    for (const std::string& line : take_journal())
+        if (line.compare(0, 4, "sql ") == 0 || line.compare(0, 5, "bind ") == 0)
+            statements.push_back(line);
+    return statements;
+}
+
+std::shared_ptr<specific::oracle::COracleSession> sim_session(const std::wstring& sid)
+{
+    return specific::oracle::COracleSessionHolder(sid, L"C:\\h", {}, false).GetSession();
 }
 
 } // namespace test

@@ -1,10 +1,11 @@
-// The exported OCI functions of the simulated client: handles, the journal, faults,
-// and the hand-over of statements to the engine.
+// The exported OCI functions of the simulated client: the journal, faults, and the
+// hand-over of statements to the engine (the handles themselves are in handles.*).
 //
 // Hangs and latencies wait on an event that is never set, holding no lock and
 // allocating nothing while they wait: the library under test ends hung threads with
 // TerminateThread, and a thread killed while holding a lock or inside the heap would
 // take the process down with it.
+#include "handles.h"
 #include "journal.h"
 #include "oci_abi.h"
 #include "sql_engine.h"
@@ -17,11 +18,11 @@
 #include <cstring>
 #include <mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 using namespace ocisim;
 using namespace ocisim::abi;
+using namespace ocisim::handles;
 
 namespace {
 
@@ -163,147 +164,6 @@ void act_on(const FaultHit& hit, const std::string& sid) {
     }
 }
 
-// ---------------------------------------------------------------------------------------
-// Handles
-
-constexpr std::uint32_t kMagic = 0x5349434F;
-
-struct Handle {
-    explicit Handle(ub4 handleType) : type(handleType) {}
-    virtual ~Handle() { magic = 0; }
-    std::uint32_t magic = kMagic;
-    ub4 type;
-    std::vector<char> userMemory;
-};
-
-struct ErrorRecord {
-    sb4 code = 0;
-    std::string text;
-};
-
-struct Env : Handle {
-    Env() : Handle(OCI_HTYPE_ENV) {}
-    ErrorRecord error;
-};
-
-struct Err : Handle {
-    Err() : Handle(OCI_HTYPE_ERROR) {}
-    ErrorRecord error;
-};
-
-struct Server : Handle {
-    Server() : Handle(OCI_HTYPE_SERVER) {}
-    std::string sid;
-    bool attached = false;
-};
-
-struct Session : Handle {
-    Session() : Handle(OCI_HTYPE_SESSION) {}
-    std::string user;
-    std::string password;
-    bool begun = false;
-    SessionRights rights;
-};
-
-struct SvcCtx : Handle {
-    SvcCtx() : Handle(OCI_HTYPE_SVCCTX) {}
-    Server* server = nullptr;
-    Session* session = nullptr;
-};
-
-struct Stmt;
-
-struct Define : Handle {
-    Define() : Handle(OCI_HTYPE_DEFINE) {}
-    Stmt* stmt = nullptr;
-    ub4 position = 0;
-    void* value = nullptr;
-    sb4 size = 0;
-    ub2 dty = 0;
-    sb2* indicator = nullptr;
-    ub2* length = nullptr;
-    ub2* code = nullptr;
-};
-
-struct Bind : Handle {
-    Bind() : Handle(OCI_HTYPE_BIND) {}
-    Stmt* stmt = nullptr;
-    std::string name;  // upper case, with its colon
-    void* value = nullptr;
-    sb4 size = 0;
-    ub2 dty = 0;
-};
-
-struct Stmt : Handle {
-    Stmt() : Handle(OCI_HTYPE_STMT) {}
-    std::string text;
-    bool prepared = false;
-    bool executed = false;
-    std::string sid;
-    std::vector<Define*> defines;
-    std::vector<Bind*> binds;
-    ResultSet result;
-    std::size_t next = 0;
-    bool fetchFault = false;
-    std::size_t fetchFailAfter = 0;
-    int fetchFailCode = 0;
-    std::string fetchFailText;
-};
-
-// Every live handle, so a stale or foreign pointer is refused with OCI_INVALID_HANDLE.
-struct Registry {
-    std::mutex lock;
-    std::unordered_map<const void*, Handle*> handles;
-};
-
-Registry& registry() {
-    static Registry instance;
-    return instance;
-}
-
-template <class T>
-T* as(const void* pointer, ub4 type) {
-    if (!pointer) return nullptr;
-    Registry& reg = registry();
-    std::lock_guard<std::mutex> guard(reg.lock);
-    const auto it = reg.handles.find(pointer);
-    if (it == reg.handles.end() || it->second->magic != kMagic || it->second->type != type) return nullptr;
-    return static_cast<T*>(it->second);
-}
-
-template <class T>
-T* make() {
-    T* handle = new T();
-    Registry& reg = registry();
-    std::lock_guard<std::mutex> guard(reg.lock);
-    reg.handles[handle] = handle;
-    return handle;
-}
-
-// The define or bind of `stmt` that `key` picks out, made on first use, now pointing at
-// the caller's buffer: a second call for the same position or name replaces the first.
-template <class T, class Key>
-T* point_at(Stmt* stmt, std::vector<T*>& slots, Key T::*field, const Key& key, void* value, sb4 size, ub2 dty) {
-    T* slot = nullptr;
-    for (T* existing : slots)
-        if (existing->*field == key) slot = existing;
-    if (!slot) {
-        slot = make<T>();
-        slot->stmt = stmt;
-        slot->*field = key;
-        slots.push_back(slot);
-    }
-    slot->value = value;
-    slot->size = size;
-    slot->dty = dty;
-    return slot;
-}
-
-void clear(ErrorRecord& error) {
-    error.code = 0;
-    error.text.clear();
-}
-
 // Records a server error on the error handle, as OCIErrorGet will give it: OCI keeps the
 // trailing line feed of the server's text.
 sword fail(Err* err, const std::string& sid, const OraError& e) {
@@ -339,31 +199,6 @@ bool is_query(const std::string& text) {
     return start != std::string::npos && iequals(text.substr(start, 6), "SELECT");
 }
 
-std::string bound_text(const Bind& bind) {
-    const char* value = static_cast<const char*>(bind.value);
-    if (!value || bind.size <= 0) return {};
-    return std::string(value, strnlen(value, static_cast<std::size_t>(bind.size)));
-}
-
-std::int64_t bound_number(const Bind& bind) {
-    switch (bind.size) {
-    case 1: return *static_cast<const std::int8_t*>(bind.value);
-    case 2: return *static_cast<const std::int16_t*>(bind.value);
-    case 4: return *static_cast<const std::int32_t*>(bind.value);
-    case 8: return *static_cast<const std::int64_t*>(bind.value);
-    default: return 0;
-    }
-}
-
-void store_number(const Bind& bind, std::int64_t number) {
-    switch (bind.size) {
-    case 1: *static_cast<std::int8_t*>(bind.value) = static_cast<std::int8_t>(number); break;
-    case 2: *static_cast<std::int16_t*>(bind.value) = static_cast<std::int16_t>(number); break;
-    case 4: *static_cast<std::int32_t*>(bind.value) = static_cast<std::int32_t>(number); break;
-    case 8: *static_cast<std::int64_t*>(bind.value) = number; break;
-    default: break;
-    }
-}
 
 // Puts one row into the caller's define buffers, as a real client does for each fetch.
 sword deliver_row(Stmt* stmt, Err* err, const std::vector<std::string>& row) {
@@ -505,35 +340,7 @@ sword OCIHandleAlloc(const void* parenth, void** hndlpp, ub4 type, size_t xtrame
 }
 
 sword OCIHandleFree(void* hndlp, ub4 type) {
-    Handle* handle = nullptr;
-    {
-        Registry& reg = registry();
-        std::lock_guard<std::mutex> guard(reg.lock);
-        const auto it = reg.handles.find(hndlp);
-        if (it != reg.handles.end() && it->second->type == type) {
-            handle = it->second;
-            reg.handles.erase(it);
-            // Define and bind handles die with their statement in a real client; here they
-            // stay valid until freed, so freeing them after the statement is harmless.
-            if (type == OCI_HTYPE_STMT) {
-                auto* stmt = static_cast<Stmt*>(handle);
-                for (Define* define : stmt->defines) define->stmt = nullptr;
-                for (Bind* bind : stmt->binds) bind->stmt = nullptr;
-            } else if (type == OCI_HTYPE_DEFINE) {
-                auto* define = static_cast<Define*>(handle);
-                if (define->stmt) {
-                    auto& list = define->stmt->defines;
-                    list.erase(std::remove(list.begin(), list.end(), define), list.end());
-                }
-            } else if (type == OCI_HTYPE_BIND) {
-                auto* bind = static_cast<Bind*>(handle);
-                if (bind->stmt) {
-                    auto& list = bind->stmt->binds;
-                    list.erase(std::remove(list.begin(), list.end(), bind), list.end());
-                }
-            }
-        }
-    }
+    Handle* handle = release(hndlp, type);
     if (!handle) {
         journal("free htype=" + std::to_string(type) + " invalid");
         return OCI_INVALID_HANDLE;

@@ -13,6 +13,19 @@ std::string join(const std::string& folder, const std::string& name) {
 
 }  // namespace
 
+World make_world(const std::vector<InstanceSpec>& instances) {
+    World world;
+    for (const InstanceSpec& spec : instances) add_instance(world, spec);
+    return world;
+}
+
+Instance& add_instance(World& world, const InstanceSpec& spec) {
+    Instance& instance = world.add_instance(spec.sid);
+    for (const auto& [key, value] : spec.properties) instance.set(key, value);
+    for (const auto& [kind, fields] : spec.records) instance.add(kind, fields);
+    return instance;
+}
+
 void write_scenario(const std::string& path, const World& world) {
     save_world(path, world);
     std::error_code ignored;

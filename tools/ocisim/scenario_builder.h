@@ -15,8 +15,24 @@
 #include "ocisim/world.h"
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace ocisim {
+
+// An instance written in one expression: its properties and its records, in order.
+//   ocisim::make_world({{"ORCL", {{"status", "DOWN"}}, {{"fault", {{"kind", "hang"}, {"at", "status"}}}}}})
+struct InstanceSpec {
+    InstanceSpec(std::string sid_, Fields properties_ = {}, std::vector<std::pair<std::string, Fields>> records_ = {})
+        : sid(std::move(sid_)), properties(std::move(properties_)), records(std::move(records_)) {}
+
+    std::string sid;
+    Fields properties;
+    std::vector<std::pair<std::string, Fields>> records;
+};
+World make_world(const std::vector<InstanceSpec>& instances);
+// Adds one instance of the shape above to `world`.
+Instance& add_instance(World& world, const InstanceSpec& spec);
 
 // Writes `world` as the scenario at `path` and removes the state file a previous run
 // left beside it, so the next attach starts from this scenario.

@@ -70,7 +70,12 @@ public:
 
 private:
     struct Rule;
+    // Every statement the engine answers, the areas' tables one after the other.
     static const std::vector<Rule>& rules();
+    static std::vector<Rule> instance_rules();
+    static std::vector<Rule> file_rules();
+    static std::vector<Rule> log_rules();
+    static std::vector<Rule> asm_rules();
 
     std::string status() const;
     void need_sysdba() const;

@@ -9,7 +9,7 @@
 #include "common/win/access.h"
 #include "support/capturing_receiver.h"
 
-using testing_support::log_capture_t;
+using test::log_capture_t;
 
 namespace {
 

@@ -16,7 +16,7 @@ TEST(init_common_lib, log_word_names_the_log_without_regard_to_case_and_without_
 {
     test::temp_folder_t temp;
     // Puts the receiver back, so that the log file is closed before its folder goes.
-    testing_support::log_capture_t restore;
+    test::log_capture_t restore;
     const std::wstring path = temp.file(L"chosen.log");
     EXPECT_EQ(util::wide_to_ansi(path),
               util::init_common_lib(L"ignored.log", {L"-verbose", L"-LOG", path}));

@@ -169,7 +169,7 @@ TEST(BufferForm, SaveAndLoadRoundTripDroppingAnUnknownEventWithAWarning)
     util::CBufWriter writer;
     original.save(writer);
 
-    testing_support::log_capture_t capture;
+    test::log_capture_t capture;
     exc::runtime_exc_t loaded("placeholder");
     util::CBufReader reader(&writer.buffer(), 1u << 20);
     loaded.load(reader);

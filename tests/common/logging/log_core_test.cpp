@@ -1,18 +1,20 @@
 #include "common/exc/exc.h"
 #include "common/logging/log.h"
 #include "support/capturing_receiver.h"
+#include "support/process.h"
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
 
+#include <ctime>
 #include <regex>
 #include <thread>
 
 namespace {
 
-using testing_support::capturing_receiver_t;
-using testing_support::log_capture_t;
+using test::capturing_receiver_t;
+using test::log_capture_t;
 
 struct private_log_t {
     std::shared_ptr<logging::log_t> log = std::make_shared<logging::log_t>();
@@ -194,6 +196,28 @@ TEST(ExceptionLogging, WarningHasNoThreadLineAndEveryChannelItsTag)
     logging::emergency().error("x");
     logging::cli().info(0, "LOG: Initializing log file ...");
     EXPECT_EQ(expected, capture.texts());
+}
+
+// Time-based behaviour is also tested under a zone other than the machine's: the
+// override reaches the time column, and the machine's zone is back after it.
+TEST(LogLines, TimeColumnIsTheLocalTimeOfTheZoneInForce)
+{
+    private_log_t p;
+    const auto logged_hour = [&] {
+        p.receiver->blocks.clear();
+        p.oralib.info(0, "now");
+        return std::stoi(p.receiver->blocks.at(0).substr(12, 2));
+    };
+    const auto crt_hour = [](bool utc) {
+        const std::time_t now = std::time(nullptr);
+        return (utc ? std::gmtime(&now) : std::localtime(&now))->tm_hour;
+    };
+    {
+        test::time_zone_override_t zone("XYZ-3");
+        EXPECT_EQ(logged_hour(), (crt_hour(true) + 3) % 24);
+    }
+    EXPECT_EQ(logged_hour(), crt_hour(false));
+    EXPECT_NE(crt_hour(false), (crt_hour(true) + 3) % 24) << "the machine's zone must not be three hours east";
 }
 
 } // namespace

@@ -242,7 +242,7 @@ TEST_F(LogFiles, SelectTakesTheFirstPathWhoseFolderCanBeMadeOrMovesOutOfLogDirec
 class LogSetup : public LogFiles {
 protected:
     // Puts the receiver back whatever the test started.
-    testing_support::log_capture_t capture;
+    test::log_capture_t capture;
 };
 
 // A log that starts writes its opening note into its file: checked end to end.

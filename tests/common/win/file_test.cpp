@@ -91,7 +91,7 @@ TEST_F(Files, FileThatAnotherHandleIsWritingOpensForReadingAndAWriteThroughItFai
     auto reader = win::open_file_read(path);
     EXPECT_EQ("live", read_all(*reader));
 
-    testing_support::log_capture_t capture;
+    test::log_capture_t capture;
     const auto started = std::chrono::steady_clock::now();
     EXPECT_THAT(failure_lines([&] { write_text(*reader, "x"); }),
                 ElementsAre(exc::get_error_text(ERROR_ACCESS_DENIED),
@@ -130,7 +130,7 @@ TEST_F(Files, WriteWaitsForARangeLockToClearAndGivesUpAfterFiveSeconds)
     auto file = win::open_or_create_file(path);
     const LockedRangeApi brief_lock(3);
     file->use_write_api(brief_lock);
-    testing_support::log_capture_t capture;
+    test::log_capture_t capture;
 
     write_text(*file, "after the lock");
     EXPECT_EQ("after the lock", read_all(*file));

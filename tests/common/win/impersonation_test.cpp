@@ -18,7 +18,7 @@ namespace {
 using test::failure_text;
 using testing::Contains;
 using testing::HasSubstr;
-using testing_support::log_capture_t;
+using test::log_capture_t;
 
 // Records each logon as "user|domain|password|type|provider", and fails with
 // `error` when it is set.

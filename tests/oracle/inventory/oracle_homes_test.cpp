@@ -10,6 +10,7 @@
 #include "common/strings/strings.h"
 #include "support/capturing_receiver.h"
 #include "support/failure_lines.h"
+#include "support/process.h"
 #include "support/registry_sandbox.h"
 
 namespace {
@@ -52,14 +53,6 @@ protected:
     test::registry_sandbox_t sandbox;
 };
 
-bool HasLine(const std::vector<std::string>& lines, const std::string& text)
-{
-    return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
-        return line.size() >= text.size() &&
-               line.compare(line.size() - text.size(), text.size(), text) == 0;
-    });
-}
-
 TEST_F(OracleHomesTest, ServicesRunningTheHomesExecutableAreItsInstancesNamedByTheirImagePaths)
 {
     EXPECT_TRUE(Find().empty()) << "no Oracle software";
@@ -68,7 +61,7 @@ TEST_F(OracleHomesTest, ServicesRunningTheHomesExecutableAreItsInstancesNamedByT
     AddService(L"OracleOraDB19Home1TNSListener", kHome + L"\\bin\\TNSLSNR.EXE");
     AddService(L"OracleServiceOTHERNAME", kHome + L"\\bin\\ORACLE.EXE orcl");
     AddService(L"OracleServiceTEST", kHome + L"\\bin\\oracle.exe TEST");
-    testing_support::log_capture_t capture;
+    test::log_capture_t capture;
 
     const std::vector<SOracleSid> found = Find({L"TES", L"tEST"});
 
@@ -79,8 +72,8 @@ TEST_F(OracleHomesTest, ServicesRunningTheHomesExecutableAreItsInstancesNamedByT
     EXPECT_EQ(found[1].homePath, kHome);
     EXPECT_EQ(found[1].homeName, L"OraDB19Home1");
     EXPECT_TRUE(found[1].isAutostart);
-    EXPECT_TRUE(HasLine(capture.texts(), "Found oracle instance: orcl. Is ASM: false, is autostart: true"));
-    EXPECT_TRUE(HasLine(capture.texts(), "Database with sid [TEST] excluded from processing"));
+    EXPECT_TRUE(test::has_line_ending_with(capture.texts(), "Found oracle instance: orcl. Is ASM: false, is autostart: true"));
+    EXPECT_TRUE(test::has_line_ending_with(capture.texts(), "Database with sid [TEST] excluded from processing"));
 }
 
 TEST_F(OracleHomesTest, InstancesFollowHomeOrderThenServiceOrderAndRepeatForADuplicatedHome)

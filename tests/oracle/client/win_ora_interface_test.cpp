@@ -1,9 +1,9 @@
-#include "support/ocisim_world.h"
+#include "oracle/client/win_ora_interface.h"
 
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/session_holder.h"
-#include "oracle/client/win_ora_interface.h"
 #include "support/capturing_receiver.h"
+#include "support/process.h"
 #include "support/temp_folder.h"
 
 #include <gmock/gmock.h>
@@ -23,24 +23,10 @@ namespace {
 // path of a file to write once its checks have passed.
 const wchar_t kChildMarkerVariable[] = L"ORASNAP_TEST_NO_CLIENT_MARKER";
 
-std::wstring env_value(const wchar_t* name)
-{
-    wchar_t buffer[1024] = {};
-    const DWORD length = GetEnvironmentVariableW(name, buffer, 1024);
-    return std::wstring(buffer, length < 1024 ? length : 0);
-}
-
-std::wstring own_path()
-{
-    wchar_t buffer[MAX_PATH + 1] = {};
-    GetModuleFileNameW(nullptr, buffer, MAX_PATH);
-    return buffer;
-}
-
 void check_holder_without_client()
 {
     ASSERT_EQ(GetModuleHandleW(L"OCI.dll"), nullptr);
-    testing_support::log_capture_t log;
+    test::log_capture_t log;
     std::string text;
     try {
         COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
@@ -58,7 +44,7 @@ void check_holder_without_client()
 
 TEST(OracleClientLibrary, MissingLibraryEndsAsSessionCreateErrorWithItsLogLine)
 {
-    const std::wstring marker = env_value(kChildMarkerVariable);
+    const std::wstring marker = test::env_value(kChildMarkerVariable);
     if (!marker.empty()) {
         check_holder_without_client();
         if (!testing::Test::HasFailure())
@@ -71,7 +57,7 @@ TEST(OracleClientLibrary, MissingLibraryEndsAsSessionCreateErrorWithItsLogLine)
     test::temp_folder_t folder;
     const std::wstring copy = folder.file(L"no_client.exe");
     const std::wstring childMarker = folder.file(L"passed.txt");
-    ASSERT_TRUE(CopyFileW(own_path().c_str(), copy.c_str(), TRUE));
+    ASSERT_TRUE(CopyFileW(test::exe_path().c_str(), copy.c_str(), TRUE));
     std::wstring commandLine =
         L"\"" + copy + L"\" --gtest_filter=OracleClientLibrary.MissingLibraryEndsAsSessionCreateErrorWithItsLogLine";
     test::set_process_env(kChildMarkerVariable, childMarker);

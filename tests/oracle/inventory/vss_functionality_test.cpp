@@ -8,28 +8,22 @@
 
 #include "common/strings/strings.h"
 #include "oracle/inventory/vss_gate.h"
-#include "sim_machine.h"
 #include "support/capturing_receiver.h"
+#include "support/process.h"
 #include "support/service_sandbox.h"
 #include "support/short_timeout.h"
+#include "support/sim_machine.h"
 
 namespace {
 
-using inventory_test::CSimMachine;
+using test::has_line_ending_with;
+using test::sim_machine_t;
 using specific::oracle::CheckDbActiveForVss;
 using specific::oracle::IsVssWriterServiceEnabled;
 using specific::oracle::CVssGate;
 
 testing::Environment* const g_environment =
     testing::AddGlobalTestEnvironment(new test::short_timeout_environment_t);
-
-bool HasLineEndingWith(const std::vector<std::string>& lines, const std::string& text)
-{
-    return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
-        return line.size() >= text.size() &&
-               line.compare(line.size() - text.size(), text.size(), text) == 0;
-    });
-}
 
 // Unique per test process: writer services live in the one service manager of
 // the Wine prefix.
@@ -45,20 +39,20 @@ std::wstring Writer(const std::string& sid)
 
 TEST(DbActiveCheck, OnlyAnOpenInactiveDatabaseOrAHangCountsAgainstItAndARefusedLogonDoesNot)
 {
-    CSimMachine machine;
-    const std::pair<std::string, std::string> instances[] = {
-        {"ORCL", "status = OPEN"},
-        {"DOWN", "status = DOWN"},
-        {"SUSP", "database_status = SUSPENDED"},
-        {"NOLOGON", "os_sysdba = no\nos_user = no"},
-        {"HANG", "fault = kind=hang | at=session_begin"},
-        {"SLOW", "fault = kind=hang | at=status"},
+    sim_machine_t machine;
+    const ocisim::InstanceSpec instances[] = {
+        {"ORCL", {{"status", "OPEN"}}},
+        {"DOWN", {{"status", "DOWN"}}},
+        {"SUSP", {{"database_status", "SUSPENDED"}}},
+        {"NOLOGON", {{"os_sysdba", "no"}, {"os_user", "no"}}},
+        {"HANG", {}, {{"fault", {{"kind", "hang"}, {"at", "session_begin"}}}}},
+        {"SLOW", {}, {{"fault", {{"kind", "hang"}, {"at", "status"}}}}},
     };
-    for (const auto& [sid, properties] : instances)
-        machine.AddInstance(sid, properties);
-    testing_support::log_capture_t capture;
+    for (const ocisim::InstanceSpec& instance : instances)
+        machine.add_instance(instance);
+    test::strict_log_t capture;
     const auto check = [&](const std::string& sid) {
-        return CheckDbActiveForVss(util::utf8_to_wide(sid), machine.HomePath());
+        return CheckDbActiveForVss(util::utf8_to_wide(sid), machine.home_path());
     };
 
     EXPECT_TRUE(check("ORCL"));
@@ -71,26 +65,26 @@ TEST(DbActiveCheck, OnlyAnOpenInactiveDatabaseOrAHangCountsAgainstItAndARefusedL
     EXPECT_TRUE(check("NOLOGON"));
     EXPECT_FALSE(check("HANG"));
     EXPECT_FALSE(check("SLOW"));
-    const std::vector<std::string> lines = capture.texts();
-    EXPECT_TRUE(HasLineEndingWith(lines, "WARN|Failed to check if oracle db is active, sid: NOLOGON"));
-    EXPECT_TRUE(HasLineEndingWith(lines, "WARN|Failed create oracle session: timeout. Sid: HANG"));
-    EXPECT_TRUE(HasLineEndingWith(lines, "WARN|Failed query oracle database status: timeout. Sid: SLOW"));
+    const std::vector<std::string> lines = capture.take();
+    EXPECT_TRUE(has_line_ending_with(lines, "WARN|Failed to check if oracle db is active, sid: NOLOGON"));
+    EXPECT_TRUE(has_line_ending_with(lines, "WARN|Failed create oracle session: timeout. Sid: HANG"));
+    EXPECT_TRUE(has_line_ending_with(lines, "WARN|Failed query oracle database status: timeout. Sid: SLOW"));
 }
 
 TEST(VssWriterService, OnlyARunningOrStartingWriterCountsAndAMissingOneIsAWarning)
 {
     const std::string sid = Sid("W");
     const std::string service = util::wide_to_utf8(Writer(sid));
-    testing_support::log_capture_t missing;
+    test::strict_log_t missing;
     EXPECT_FALSE(IsVssWriterServiceEnabled(util::utf8_to_wide(sid)));
-    EXPECT_TRUE(HasLineEndingWith(missing.texts(), "WARN|Failed to check if VSS oracle writer service enabled, sid: " + sid));
+    EXPECT_TRUE(has_line_ending_with(missing.take(), "WARN|Failed to check if VSS oracle writer service enabled, sid: " + sid));
     EXPECT_NE(missing.receiver->all().find("Failed to open service '" + service), std::string::npos);
 
     test::test_service_t writer(Writer(sid));
     const auto state_after = [&](bool enabled, const char* status) {
-        testing_support::log_capture_t capture;
+        test::strict_log_t capture;
         EXPECT_EQ(IsVssWriterServiceEnabled(util::utf8_to_wide(sid)), enabled) << status;
-        EXPECT_TRUE(HasLineEndingWith(capture.texts(), "Found service: " + service + ", status: " + status));
+        EXPECT_TRUE(has_line_ending_with(capture.take(), "Found service: " + service + ", status: " + status));
     };
     state_after(false, "1");
     writer.start();
@@ -101,15 +95,15 @@ TEST(VssWriterService, OnlyARunningOrStartingWriterCountsAndAMissingOneIsAWarnin
     const std::string starting = Sid("P");
     test::test_service_t pending(Writer(starting), test::test_service_t::mode_t::start_pending);
     pending.start();
-    testing_support::log_capture_t capture;
+    test::strict_log_t capture;
     EXPECT_TRUE(IsVssWriterServiceEnabled(util::utf8_to_wide(starting)));
-    EXPECT_TRUE(HasLineEndingWith(capture.texts(), util::wide_to_utf8(Writer(starting)) + ", status: 2"));
+    EXPECT_TRUE(has_line_ending_with(capture.take(), util::wide_to_utf8(Writer(starting)) + ", status: 2"));
 }
 
 // The gate, fresh for each test; the exports use the process-wide one.
 class VssVerdictOnTheMachine : public testing::Test {
 protected:
-    CSimMachine machine;
+    sim_machine_t machine;
     CVssGate gate;
 };
 
@@ -117,48 +111,49 @@ TEST_F(VssVerdictOnTheMachine, InactiveDatabaseWithARunningWriterDisablesVssAndS
 {
     const std::string first = Sid("A");
     const std::string second = Sid("B");
-    machine.AddInstance(first, "database_status = SUSPENDED");
-    machine.AddInstance(second, "database_status = SUSPENDED");
+    machine.add_instance({first, {{"database_status", "SUSPENDED"}}});
+    machine.add_instance({second, {{"database_status", "SUSPENDED"}}});
     test::test_service_t firstWriter(Writer(first));
     test::test_service_t secondWriter(Writer(second));
     firstWriter.start();
     secondWriter.start();
-    testing_support::log_capture_t capture;
+    test::strict_log_t capture;
 
     EXPECT_FALSE(gate.IsVssEnabled());
 
-    EXPECT_TRUE(machine.Contacted(first));
-    EXPECT_FALSE(machine.Contacted(second));
-    const std::vector<std::string> lines = capture.texts();
-    EXPECT_TRUE(HasLineEndingWith(lines, "Checking if oracle VSS must be disabled"));
-    EXPECT_TRUE(HasLineEndingWith(lines, "VSS must be disabled"));
-    EXPECT_TRUE(HasLineEndingWith(lines, "Checking if oracle VSS must be disabled ok."));
+    EXPECT_TRUE(machine.contacted(first));
+    EXPECT_FALSE(machine.contacted(second));
+    const std::vector<std::string> lines = capture.take();
+    EXPECT_TRUE(has_line_ending_with(lines, "Checking if oracle VSS must be disabled"));
+    EXPECT_TRUE(has_line_ending_with(lines, "VSS must be disabled"));
+    EXPECT_TRUE(has_line_ending_with(lines, "Checking if oracle VSS must be disabled ok."));
 }
 
 TEST_F(VssVerdictOnTheMachine, ShutDownDatabaseWithARunningWriterKeepsVssEnabledAndAsmIsNeverContacted)
 {
     const std::string sid = Sid("D");
-    machine.AddInstance("+ASM", "asm = yes\nstatus = STARTED\nfault = kind=hang | at=attach", true);
-    machine.AddInstance(sid, "status = DOWN");
+    machine.add_instance({"+ASM", {{"asm", "yes"}, {"status", "STARTED"}}, {{"fault", {{"kind", "hang"}, {"at", "attach"}}}}},
+                         true);
+    machine.add_instance({sid, {{"status", "DOWN"}}});
     test::test_service_t writer(Writer(sid));
     writer.start();
-    testing_support::log_capture_t capture;
+    test::strict_log_t capture;
 
     EXPECT_TRUE(gate.IsVssEnabled());
-    EXPECT_TRUE(HasLineEndingWith(capture.texts(), "VSS must be enabled"));
-    EXPECT_TRUE(machine.Contacted(sid));
-    EXPECT_FALSE(machine.Contacted("+ASM"));
+    EXPECT_TRUE(has_line_ending_with(capture.take(), "VSS must be enabled"));
+    EXPECT_TRUE(machine.contacted(sid));
+    EXPECT_FALSE(machine.contacted("+ASM"));
 }
 
 TEST_F(VssVerdictOnTheMachine, FailedDiscoveryLeavesNoVerdictSoTheNextCallTriesAgain)
 {
     const std::wstring tooLong = L"SYSTEM\\CurrentControlSet\\Services\\" + std::wstring(255, L'S');
-    machine.Registry().create_key(tooLong);
+    machine.registry().create_key(tooLong);
     EXPECT_THROW(gate.IsVssEnabled(), std::exception);
-    machine.Registry().delete_key(tooLong);
+    machine.registry().delete_key(tooLong);
 
     const std::string sid = Sid("C");
-    machine.AddInstance(sid, "database_status = SUSPENDED");
+    machine.add_instance({sid, {{"database_status", "SUSPENDED"}}});
     test::test_service_t writer(Writer(sid));
     writer.start();
     EXPECT_FALSE(gate.IsVssEnabled());

@@ -1,8 +1,8 @@
-#include "support/ocisim_world.h"
-
 #include "oracle/client/oracle_env.h"
+
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/session_holder.h"
+#include "support/ocisim_world.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@ using CSimWorld = test::ocisim_world_t;
 
 TEST(OracleCheck, ServerErrorsKeepCodeAndTextOtherFailuresAreUnexpectedAndInfoOrNoDataPass)
 {
-    CSimWorld world("[instance ORCL]\n");
+    CSimWorld world({{"ORCL"}});
     COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
     COracleEnv& env = *holder.GetSession()->env;
     EXPECT_EQ(env.Check(oci::OCI_SUCCESS_WITH_INFO), 0);

@@ -5,13 +5,17 @@
 #include <sstream>
 #include <string>
 
-#include "sim_machine.h"
 #include "support/registry_sandbox.h"
+#include "support/short_timeout.h"
+#include "support/sim_machine.h"
 
 namespace {
 
-using inventory_test::CSimMachine;
+using test::sim_machine_t;
 using specific::oracle::RunConsoleCheck;
+
+testing::Environment* const g_environment =
+    testing::AddGlobalTestEnvironment(new test::short_timeout_environment_t);
 
 std::string RunCheck()
 {
@@ -26,15 +30,15 @@ TEST(ConsoleCheck, EachOpenInstancePrintsItsArchiveModeAndLogSequencesDownOrHung
         test::registry_sandbox_t emptyMachine;
         EXPECT_EQ(RunCheck(), "");
     }
-    CSimMachine machine;
+    sim_machine_t machine;
     // Registry order: the ASM service sorts before the database services.
-    machine.AddInstance("+ASM", "asm = yes\nstatus = STARTED", true);
-    machine.AddInstance("DOWN", "status = DOWN");
-    machine.AddInstance("HUNG", "fault = kind=hang | at=session_begin");
-    machine.AddInstance("NOARC", "log_mode = NOARCHIVELOG");
-    machine.AddInstance("ORCL",
-                        "archived_log = name=C:\\arch\\ARC41.ARC | recid=7 | stamp=70 | sequence=41\n"
-                        "archived_log = name=C:\\arch\\ARC42.ARC");
+    machine.add_instance({"+ASM", {{"asm", "yes"}, {"status", "STARTED"}}}, true);
+    machine.add_instance({"DOWN", {{"status", "DOWN"}}});
+    machine.add_instance({"HUNG", {}, {{"fault", {{"kind", "hang"}, {"at", "session_begin"}}}}});
+    machine.add_instance({"NOARC", {{"log_mode", "NOARCHIVELOG"}}});
+    machine.add_instance({"ORCL", {},
+                          {{"archived_log", {{"name", "C:\\arch\\ARC41.ARC"}, {"recid", "7"}, {"stamp", "70"}, {"sequence", "41"}}},
+                           {"archived_log", {{"name", "C:\\arch\\ARC42.ARC"}}}}});
 
     EXPECT_EQ(RunCheck(), "Checking SID: +ASM\n"
                           "LOCAL: 0, ASM: 0\n"
@@ -53,9 +57,9 @@ TEST(ConsoleCheck, EachOpenInstancePrintsItsArchiveModeAndLogSequencesDownOrHung
 
 TEST(ConsoleCheck, FailingQueryEndsTheWholeCheck)
 {
-    CSimMachine machine;
-    machine.AddInstance("ORCL", "fault = kind=error | at=sql | text=V$ARCHIVED_LOG | code=942");
-    machine.AddInstance("OTHER", "");
+    sim_machine_t machine;
+    machine.add_instance({"ORCL", {}, {{"fault", {{"kind", "error"}, {"at", "sql"}, {"text", "V$ARCHIVED_LOG"}, {"code", "942"}}}}});
+    machine.add_instance({"OTHER"});
 
     std::ostringstream out;
     EXPECT_THROW(RunConsoleCheck(out), std::exception);

@@ -1,0 +1,30 @@
+#include "support/sim_machine.h"
+
+#include <algorithm>
+
+namespace test {
+
+sim_machine_t::sim_machine_t() : home_path_(world_.folder().file(L"home"))
+{
+    const std::wstring key = L"SOFTWARE\\ORACLE\\KEY_SimHome1";
+    registry_.set_string(key, L"ORACLE_HOME", home_path_);
+    registry_.set_string(key, L"ORACLE_HOME_NAME", L"SimHome1");
+}
+
+void sim_machine_t::add_instance(const ocisim::InstanceSpec& spec, bool is_asm)
+{
+    const std::wstring sid(spec.sid.begin(), spec.sid.end());
+    const std::wstring service = std::wstring(is_asm ? L"OracleASMService" : L"OracleService") + sid;
+    registry_.set_string(L"SYSTEM\\CurrentControlSet\\Services\\" + service, L"ImagePath",
+                         home_path_ + L"\\bin\\oracle.exe " + sid, REG_EXPAND_SZ);
+    ocisim::add_instance(instances_, spec);
+    world_.set_world(instances_);
+}
+
+bool sim_machine_t::contacted(const std::string& sid) const
+{
+    const std::vector<std::string> lines = world_.journal();
+    return std::find(lines.begin(), lines.end(), "attach sid=" + sid) != lines.end();
+}
+
+} // namespace test
