@@ -109,6 +109,13 @@ struct channel_set_t {
     log_channel_t emergency{get_log(), format::line_format_t::with_tag("     ")};
 };
 
+// Text, "\n" and what() when there is one, then the thread line.
+std::string error_block(const std::string& text, const std::exception& caught)
+{
+    const char* what = caught.what();
+    return (what != nullptr ? text + "\n" + what : text) + thread_line(caught);
+}
+
 channel_set_t& channels()
 {
     static channel_set_t set;
@@ -328,9 +335,16 @@ void log_channel_t::error_exc(const std::string& text, const std::exception& cau
     noexcept
 {
     try {
-        const char* what = caught.what();
-        std::string message = what != nullptr ? text + "\n" + what : text;
-        write(level_error, 0, message + thread_line(caught));
+        write(level_error, 0, error_block(text, caught));
+    } catch (...) {
+    }
+}
+
+void log_channel_t::error_exc(const std::string& text, const std::exception& caught,
+                              const std::string& hint) const noexcept
+{
+    try {
+        write(level_error, 0, error_block(text, caught) + "\n" + hint);
     } catch (...) {
     }
 }

@@ -159,6 +159,9 @@ public:
     void warning_exc(const std::exception& caught) const noexcept;
     // Level 4: text, "\n" and what(), then the thread line.
     void error_exc(const std::string& text, const std::exception& caught) const noexcept;
+    // The same, closed by a line of advice for the operator.
+    void error_exc(const std::string& text, const std::exception& caught,
+                   const std::string& hint) const noexcept;
     // Level 4: what() or the fixed text, then the thread line.
     void error_exc(const std::exception& caught) const noexcept;
 

@@ -114,7 +114,7 @@ void COracleSessionHolder::InitThread()
         if (guardedError)
             guardedError->rethrow();
     } catch (const COracleClientLoadExc& e) {
-        logging::oralib().error_exc("Failed to load OCI library", e);
+        logging::oralib().error_exc("Failed to load OCI library", e, ClientLoadHint(e));
     } catch (const std::exception& e) {
         logging::oralib().error_exc("Oracle session init thread failed", e);
         initError = exc::to_exc_ptr(e);
