@@ -4,6 +4,7 @@
 #include "common/logging/debug_log.h"
 #include "common/logging/log_files.h"
 #include "common/logging/thread_trace.h"
+#include "common/win/handle.h"
 
 #include <windows.h>
 
@@ -249,7 +250,10 @@ void log_t::write(int level, int indent, const std::shared_ptr<format::line_form
         const std::shared_ptr<receiver::log_file_t> target = receiver_;
         const std::string block = format_block(level, indent, *format, text, target->line_end());
         target->write(block);
-        if (check_size_ && ++lines_since_check_ >= messages_between_size_tests) {
+        if (check_size_ && !size_test_running_ &&
+            ++lines_since_check_ >= messages_between_size_tests) {
+            size_test_running_ = true;
+            const auto finished = win::scope_exit([this] { size_test_running_ = false; });
             check_log_size(target);
             lines_since_check_ = 0;
         }

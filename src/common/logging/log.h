@@ -105,6 +105,10 @@ private:
     bool stopped_ = false;
     bool check_size_ = false;
     int32_t lines_since_check_ = 0;
+    // Set while a size test runs, on the thread that holds the lock: a line
+    // logged from inside the test is written like any other, but starts no
+    // second test.
+    bool size_test_running_ = false;
     std::shared_ptr<text_filter_t> filter_;
 };
 

@@ -426,6 +426,18 @@ void rename_file(const path_param_t& from, const path_param_t& to)
     std::filesystem::rename(std::filesystem::path(from.wide()), std::filesystem::path(to.wide()));
 }
 
+void check_movable(const path_param_t& path)
+{
+    check_path_access(path);
+    session_ptr session = parent_session(path);
+    const unique_handle_t probe(CreateFileW(path.wide().c_str(), DELETE,
+                                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                            nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS,
+                                            nullptr));
+    if (!probe)
+        throw_last_error("File [%1] cannot be moved: it is held open.", path);
+}
+
 void create_folders(const path_param_t& path)
 {
     check_path_access(path);

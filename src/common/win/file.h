@@ -108,6 +108,9 @@ uint64_t file_size(const path_param_t& path);
 void remove_file(const path_param_t& path);
 void remove_folder(const path_param_t& path);
 void rename_file(const path_param_t& from, const path_param_t& to);
+// Raises when `path` cannot be renamed or deleted now, because another holder
+// keeps it open without letting it go.
+void check_movable(const path_param_t& path);
 // Makes every missing folder above the file `path`; the last part is a file
 // name and is never made. Server and share parts of a UNC path are skipped.
 void create_folders(const path_param_t& path);
