@@ -127,11 +127,12 @@ std::string agent_run_mismatch(const std::wstring& folder)
         "=============================================================================",
         "{",
         "  Path to the executable module: " + util::wide_to_utf8(host_path()),
-        "  Module version: " ORASNAP_VERSION_TEXT,
-        "  Comments: " ORASNAP_COMMENTS,
+        "  Module version: 1.2.3.4",
+        "  Comments: test host of the orasnap library",
         "  OS version: " + util::get_os_version_text(),
         "  Process Id: " + util::int_to_str(static_cast<uint32_t>(GetCurrentProcessId())),
         "}",
+        "orasnap library version: " ORASNAP_VERSION_TEXT " (" ORASNAP_BUILD_TEXT ")",
     });
     if (!banner.empty())
         return banner;
