@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -27,7 +28,15 @@ using specific::oracle::SOracleCredentials;
 namespace {
 
 // Set at the very end of the first successful OracleVssInitLib; never reset.
+// Read and written under InitLock(), so that first calls racing from several
+// threads set up the log and the configuration once, whoever comes first.
 bool g_libInitialized = false;
+
+std::mutex& InitLock()
+{
+    static std::mutex lock;
+    return lock;
+}
 
 // Runs `body` and reports a std::exception as E_FAIL with its text in
 // `errorText`. Output cells are written by `body` only once it has succeeded.
@@ -57,6 +66,7 @@ extern "C" {
 
 HRESULT OracleVssInitLib(const wchar_t* logName, wchar_t** errorText)
 {
+    const std::lock_guard<std::mutex> lock(InitLock());
     if (g_libInitialized)
         return S_OK;
     return RunFrame("Failed to initialize oracle VSS lib.", errorText, [&] {

@@ -2,11 +2,13 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "common/ctx/module_info.h"
@@ -163,6 +165,48 @@ std::string agent_run_mismatch(const std::wstring& folder)
     return std::string();
 }
 
+size_t count_of(const std::string& body, const std::string& line)
+{
+    size_t count = 0;
+    for (size_t at = body.find("\n" + line + "\n"); at != std::string::npos;
+         at = body.find("\n" + line + "\n", at + 1))
+        ++count;
+    return count;
+}
+
+// Four threads make the first call at once: one log file, one banner, one
+// configuration dump.
+std::string racing_init_mismatch(const std::wstring& folder)
+{
+    test::registry_sandbox_t registry;
+    registry.set_string(agent_key, L"LogDirectory", folder);
+    HMODULE module = LoadLibraryW(L"orasnap.dll");
+    if (module == nullptr)
+        return "LoadLibraryW(orasnap.dll) failed";
+    const auto init_lib = EXPORT(OracleVssInitLib);
+    std::atomic<int> waiting{4};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            --waiting;
+            while (waiting > 0)
+                std::this_thread::yield();
+            wchar_t* error = nullptr;
+            init_lib(L"conc.log", &error);
+        });
+    for (auto& thread : threads)
+        thread.join();
+    if (GetFileAttributesW((folder + L"\\conc.1.log").c_str()) != INVALID_FILE_ATTRIBUTES)
+        return "a second log file was opened";
+    const std::string body = log_body(folder + L"\\conc.log");
+    const size_t notes = count_of(body, "cli| LOG: Initializing log file ...");
+    const size_t dumps = count_of(body, "oralib| Oracle agent config:");
+    if (notes != 1 || dumps != 1)
+        return "log started " + std::to_string(notes) + " times, configuration dumped " +
+               std::to_string(dumps) + " times";
+    return std::string();
+}
+
 void exit_with(const std::string& mismatch)
 {
     std::fprintf(stderr, "%s\n", mismatch.c_str());
@@ -175,4 +219,10 @@ TEST(agent_init, log_starts_with_its_opening_note_the_banner_and_the_configurati
 {
     test::temp_folder_t temp;
     EXPECT_EXIT(exit_with(agent_run_mismatch(temp.path())), testing::ExitedWithCode(0), "");
+}
+
+TEST(agent_init, first_calls_racing_from_four_threads_start_the_log_once)
+{
+    test::temp_folder_t temp;
+    EXPECT_EXIT(exit_with(racing_init_mismatch(temp.path())), testing::ExitedWithCode(0), "");
 }
