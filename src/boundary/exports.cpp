@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,8 @@ using specific::oracle::SOracleCredentials;
 namespace {
 
 // Set at the very end of the first successful OracleVssInitLib; never reset.
+// Read and written under init_lock(), so that first calls racing from several
+// threads set up the log and the configuration once, whoever comes first.
 bool g_libInitialized = false;
 
 // An input text the caller left null is the empty text.
@@ -63,6 +66,12 @@ bool is_null_cell(const char* exportName, const char* argument, const void* cell
     return true;
 }
 
+std::mutex& init_lock()
+{
+    static std::mutex lock;
+    return lock;
+}
+
 // Runs `body` and reports a std::exception as E_FAIL with its text in
 // `errorText`. Output cells are written by `body` only once it has succeeded.
 template <typename Body>
@@ -91,6 +100,7 @@ extern "C" {
 
 HRESULT OracleVssInitLib(const wchar_t* logName, wchar_t** errorText)
 {
+    const std::lock_guard<std::mutex> lock(init_lock());
     if (g_libInitialized)
         return S_OK;
     return run_frame("Failed to initialize oracle VSS lib.", errorText, [&] {

@@ -2,11 +2,13 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "common/ctx/module_info.h"
@@ -111,11 +113,12 @@ std::string agent_run_mismatch(const std::wstring& folder)
         "=============================================================================",
         "{",
         "  Path to the executable module: " + util::wide_to_utf8(test::exe_path()),
-        "  Module version: " ORASNAP_VERSION_TEXT,
-        "  Comments: " ORASNAP_COMMENTS,
+        "  Module version: 1.2.3.4",
+        "  Comments: test host of the orasnap library",
         "  OS version: " + util::get_os_version_text(),
         "  Process Id: " + util::int_to_str(static_cast<uint32_t>(GetCurrentProcessId())),
         "}",
+        "orasnap library version: " ORASNAP_VERSION_TEXT " (" ORASNAP_BUILD_TEXT ")",
     });
     if (!banner.empty())
         return banner;
@@ -146,6 +149,37 @@ std::string agent_run_mismatch(const std::wstring& folder)
     return std::string();
 }
 
+// Four threads make the first call at once: one log file, one opening note,
+// one configuration dump.
+std::string racing_init_mismatch(const std::wstring& folder)
+{
+    test::registry_sandbox_t registry;
+    registry.set_string(agent_key, L"LogDirectory", folder);
+    const test::library_t library;
+    const auto init_lib = ORASNAP_EXPORT(library, OracleVssInitLib);
+    std::atomic<int> waiting{4};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            --waiting;
+            while (waiting > 0)
+                std::this_thread::yield();
+            wchar_t* error = nullptr;
+            init_lib(L"conc.log", &error);
+        });
+    for (auto& thread : threads)
+        thread.join();
+    if (GetFileAttributesW((folder + L"\\conc.1.log").c_str()) != INVALID_FILE_ATTRIBUTES)
+        return "a second log file was opened";
+    const std::string body = log_body(folder + L"\\conc.log");
+    for (const std::string line : {"\ncli| LOG: Initializing log file ...\n",
+                                   "\noralib| Oracle agent config:\n"}) {
+        if (body.find(line) == std::string::npos || body.find(line) != body.rfind(line))
+            return "not once in the log:" + line;
+    }
+    return std::string();
+}
+
 void exit_with(const std::string& mismatch)
 {
     std::fprintf(stderr, "%s\n", mismatch.c_str());
@@ -158,4 +192,10 @@ TEST(AgentInit, LogStartsWithItsOpeningNoteTheBannerAndTheConfigurationDump)
 {
     test::temp_folder_t temp;
     EXPECT_EXIT(exit_with(agent_run_mismatch(temp.path())), testing::ExitedWithCode(0), "");
+}
+
+TEST(AgentInit, FirstCallsRacingFromFourThreadsStartTheLogOnce)
+{
+    test::temp_folder_t temp;
+    EXPECT_EXIT(exit_with(racing_init_mismatch(temp.path())), testing::ExitedWithCode(0), "");
 }

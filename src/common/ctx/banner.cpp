@@ -2,34 +2,25 @@
 
 #include <windows.h>
 
-#include "common/ctx/module_handle.h"
 #include "common/ctx/module_info.h"
 #include "common/exc/exc.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "common/win/file.h"
+#include "version.h"
 
 namespace util {
 
 namespace {
 
-std::wstring library_path()
-{
-    wchar_t path[MAX_PATH + 1] = {};
-    const DWORD length = GetModuleFileNameW(orasnap_module(), path, MAX_PATH);
-    if (length == 0)
-        throw exc::win_sys_exc_t("Fully-qualified path for the executable file cannot be retrieved.",
-                                 GetLastError());
-    return std::wstring(path, length);
-}
-
+// The host process's executable: the agent that loaded the library.
 void write_module_block()
 {
     const logging::log_channel_t& log = logging::log();
-    log.info("Path to the executable module: %1", wide_to_utf8(win::get_module_path()));
-    const std::wstring library = library_path();
-    log.info("Module version: %1", get_version_string(library));
-    const std::string comments = get_comments(library);
+    const std::wstring host = win::get_module_path();
+    log.info("Path to the executable module: %1", wide_to_utf8(host));
+    log.info("Module version: %1", get_version_string(host));
+    const std::string comments = get_comments(host);
     if (!comments.empty())
         log.info("Comments: %1", comments);
 }
@@ -61,6 +52,7 @@ void write_banner() noexcept
     });
     logging::get_log()->decrease_indent();
     log.info("}");
+    log.info("orasnap library version: " ORASNAP_VERSION_TEXT " (" ORASNAP_BUILD_TEXT ")");
 }
 
 } // namespace util

@@ -5,6 +5,7 @@
 
 #include "common/exc/exc.h"
 #include "common/strings/strings.h"
+#include "common/win/last_error.h"
 
 namespace util {
 
@@ -15,10 +16,10 @@ std::vector<BYTE> load_version_info(const std::wstring& module_path)
     DWORD ignored = 0;
     const DWORD size = GetFileVersionInfoSizeW(module_path.c_str(), &ignored);
     if (size == 0)
-        throw exc::win_sys_exc_t("Size of the version resource is unknown.", GetLastError());
+        win::throw_last_error("Size of the version resource is unknown.");
     std::vector<BYTE> info(size);
     if (!GetFileVersionInfoW(module_path.c_str(), 0, size, info.data()))
-        throw exc::win_sys_exc_t("GetFileVersionInfo() function call has failed.", GetLastError());
+        win::throw_last_error("GetFileVersionInfo() function call has failed.");
     return info;
 }
 
@@ -90,7 +91,7 @@ int32_t os_number(int32_t os_numbers_t::*field, DWORD type, int32_t limit,
         return false;
     });
     if (found < 0)
-        throw exc::win_sys_exc_t("Failed to determine operating system version", GetLastError());
+        win::throw_last_error("Failed to determine operating system version");
     numbers.*field = found;
     return found;
 }
@@ -106,7 +107,7 @@ OSVERSIONINFOEXA query_version_ex()
 #endif
     const BOOL ok = GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&info));
     if (!ok)
-        throw exc::win_sys_exc_t("Failed to determine operating system version", GetLastError());
+        win::throw_last_error("Failed to determine operating system version");
     return info;
 }
 
@@ -120,8 +121,7 @@ std::string get_version_string(const std::wstring& module_path)
         UINT length = 0;
         if (!VerQueryValueW(info.data(), L"\\", reinterpret_cast<void**>(&fixed), &length) ||
             fixed == nullptr)
-            throw exc::win_sys_exc_t("Module version cannot be extracted from the version resource.",
-                                     GetLastError());
+            win::throw_last_error("Module version cannot be extracted from the version resource.");
         return int_to_str(static_cast<uint32_t>(HIWORD(fixed->dwFileVersionMS))) + "." +
                int_to_str(static_cast<uint32_t>(LOWORD(fixed->dwFileVersionMS))) + "." +
                int_to_str(static_cast<uint32_t>(HIWORD(fixed->dwFileVersionLS))) + "." +

@@ -3,6 +3,7 @@
 #include "common/logging/log.h"
 #include "common/strings/buf_reader.h"
 #include "common/strings/strings.h"
+#include "common/win/handle.h"
 
 #include <windows.h>
 #include <oleauto.h>
@@ -18,26 +19,16 @@ constexpr DWORD english_us = 1033;
 constexpr uint32_t wininet_first_code = 12000;
 constexpr uint32_t wininet_last_code = 12175;
 
-std::string take_local_buffer(wchar_t* buffer, DWORD length)
-{
-    std::wstring text(buffer, length);
-    LocalFree(buffer);
-    return util::wide_to_utf8(text);
-}
-
 bool format_system_message(DWORD flags, HMODULE module, DWORD language, uint32_t code,
                            std::string& out)
 {
-    wchar_t* buffer = nullptr;
+    win::unique_local_t<wchar_t*> buffer;
     const DWORD length =
         FormatMessageW(flags | FORMAT_MESSAGE_ALLOCATE_BUFFER, module, code, language,
-                       reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
-    if (length == 0 || buffer == nullptr) {
-        if (buffer != nullptr)
-            LocalFree(buffer);
+                       reinterpret_cast<wchar_t*>(buffer.put()), 0, nullptr);
+    if (length == 0 || !buffer)
         return false;
-    }
-    out = take_local_buffer(buffer, length);
+    out = util::wide_to_utf8(std::wstring(buffer.get(), length));
     return true;
 }
 

@@ -6,6 +6,7 @@
 #include "common/exc/exc.h"
 #include "common/logging/zip_writer.h"
 #include "common/strings/strings.h"
+#include "common/win/last_error.h"
 
 namespace win {
 
@@ -20,15 +21,16 @@ win_log_file_t::win_log_file_t(const std::string& path) : path_(path)
 {
     // The path came from an ANSI conversion; for plain ASCII both readings agree.
     const std::wstring wide = util::utf8_to_wide(path);
-    HANDLE handle = CreateFileW(wide.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
-                                nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) {
+    unique_handle_t handle(CreateFileW(wide.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                       FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                                       FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!handle) {
         const DWORD code = GetLastError();
         if (code == ERROR_SHARING_VIOLATION || code == ERROR_LOCK_VIOLATION)
             throw exc::file_locked_exc_t(path);
-        throw exc::win_sys_exc_t("Failed to create or open file [%1].", path, code);
+        throw_last_error("Failed to create or open file [%1].", path);
     }
-    file_ = attach_file(handle, path);
+    file_ = attach_file(handle.release(), path);
     file_->seek_from_end(0);
 }
 

@@ -4,6 +4,7 @@
 #include "common/logging/debug_log.h"
 #include "common/logging/log_files.h"
 #include "common/logging/thread_trace.h"
+#include "common/win/handle.h"
 
 #include <windows.h>
 
@@ -108,6 +109,13 @@ struct channel_set_t {
     log_channel_t oralib{get_log(), named("oralib")};
     log_channel_t emergency{get_log(), format::line_format_t::with_tag("     ")};
 };
+
+// Text, "\n" and what() when there is one, then the thread line.
+std::string error_block(const std::string& text, const std::exception& caught)
+{
+    const char* what = caught.what();
+    return (what != nullptr ? text + "\n" + what : text) + thread_line(caught);
+}
 
 channel_set_t& channels()
 {
@@ -242,7 +250,10 @@ void log_t::write(int level, int indent, const std::shared_ptr<format::line_form
         const std::shared_ptr<receiver::log_file_t> target = receiver_;
         const std::string block = format_block(level, indent, *format, text, target->line_end());
         target->write(block);
-        if (check_size_ && ++lines_since_check_ >= messages_between_size_tests) {
+        if (check_size_ && !size_test_running_ &&
+            ++lines_since_check_ >= messages_between_size_tests) {
+            size_test_running_ = true;
+            const auto finished = win::scope_exit([this] { size_test_running_ = false; });
             check_log_size(target);
             lines_since_check_ = 0;
         }
@@ -328,9 +339,16 @@ void log_channel_t::error_exc(const std::string& text, const std::exception& cau
     noexcept
 {
     try {
-        const char* what = caught.what();
-        std::string message = what != nullptr ? text + "\n" + what : text;
-        write(level_error, 0, message + thread_line(caught));
+        write(level_error, 0, error_block(text, caught));
+    } catch (...) {
+    }
+}
+
+void log_channel_t::error_exc(const std::string& text, const std::exception& caught,
+                              const std::string& hint) const noexcept
+{
+    try {
+        write(level_error, 0, error_block(text, caught) + "\n" + hint);
     } catch (...) {
     }
 }

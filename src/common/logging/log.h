@@ -105,6 +105,10 @@ private:
     bool stopped_ = false;
     bool check_size_ = false;
     int32_t lines_since_check_ = 0;
+    // Set while a size test runs, on the thread that holds the lock: a line
+    // logged from inside the test is written like any other, but starts no
+    // second test.
+    bool size_test_running_ = false;
     std::shared_ptr<text_filter_t> filter_;
 };
 
@@ -159,6 +163,9 @@ public:
     void warning_exc(const std::exception& caught) const noexcept;
     // Level 4: text, "\n" and what(), then the thread line.
     void error_exc(const std::string& text, const std::exception& caught) const noexcept;
+    // The same, closed by a line of advice for the operator.
+    void error_exc(const std::string& text, const std::exception& caught,
+                   const std::string& hint) const noexcept;
     // Level 4: what() or the fixed text, then the thread line.
     void error_exc(const std::exception& caught) const noexcept;
 

@@ -251,6 +251,14 @@ std::string numbered_log_name(const std::string& path, uint32_t number)
 void age_file(const std::string& path, const std::string& extension, uint32_t limit)
 {
     try {
+        // Every archive that moves or goes must be free to do so before the
+        // oldest is deleted: an aging that cannot complete leaves them all
+        // where they are, rather than losing one age at each attempt.
+        for (uint32_t age = 0; age <= limit; ++age) {
+            const std::string current = aged_file_name(path, extension, age);
+            if (win::file_exists(current))
+                win::check_movable(current);
+        }
         for (uint32_t age = limit + 1; age-- > 0;) {
             const std::string current = aged_file_name(path, extension, age);
             if (age == limit) {

@@ -63,7 +63,8 @@ std::shared_ptr<win::win_log_file_t> open_unlocked_log(const std::string& path,
                                                        std::string& used_path);
 // "agent.log" -> "agent.<number>.log"; the suffix keeps its case.
 std::string numbered_log_name(const std::string& path, uint32_t number);
-// Shifts the aged copies of `path` up by one age, deleting the one at `limit`.
+// Shifts the aged copies of `path` up by one age, deleting the one at `limit`;
+// raises, and moves nothing, when one of them is held open.
 void age_file(const std::string& path, const std::string& extension, uint32_t limit);
 // "agent.log.gz" with ".log.gz" and age 3 -> "agent.3.log.gz"; age 0 is `path`.
 std::string aged_file_name(const std::string& path, const std::string& extension, uint32_t age);

@@ -5,6 +5,7 @@
 #include "common/exc/exc.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
+#include "common/win/last_error.h"
 
 namespace util {
 
@@ -13,7 +14,7 @@ zip_writer_t::zip_writer_t(const std::string& path) : path_(path)
     try {
         file_ = gzopen(path.c_str(), "wb9");
         if (file_ == nullptr)
-            throw exc::win_sys_exc_t(GetLastError());
+            win::throw_last_error();
     } catch (const std::exception& e) {
         exc::throw_nested(util::format_msg("Failed to open GZ archive [%1].", path_), e);
     }
@@ -38,7 +39,7 @@ void zip_writer_t::add(const void* data, uint32_t size)
             int code = Z_OK;
             gzerror(file_, &code);
             if (code == Z_ERRNO)
-                throw exc::win_sys_exc_t(GetLastError());
+                win::throw_last_error();
         }
     } catch (const std::exception& e) {
         exc::throw_nested(util::format_msg("Cannot add data to the GZ archive [%1].", path_), e);

@@ -1,5 +1,6 @@
 #include "common/exc/exc.h"
 #include "common/strings/strings.h"
+#include "common/win/last_error.h"
 
 #include <vector>
 
@@ -8,18 +9,6 @@ namespace {
 
 constexpr UINT ansi_code_page = CP_ACP;
 constexpr UINT utf8_code_page = CP_UTF8;
-
-// The code is taken before any text is built, so that an allocation for the
-// message cannot change what the failed call left behind.
-[[noreturn]] void fail_conversion(const char* message, DWORD code)
-{
-    throw exc::win_sys_exc_t(message, code);
-}
-
-[[noreturn]] void fail_conversion(const char* format, const std::string& source, DWORD code)
-{
-    throw exc::win_sys_exc_t(format, source, code);
-}
 
 // The source is passed with its terminator, and the result is taken as a C
 // string, so an embedded NUL cuts the text there.
@@ -31,12 +20,12 @@ std::string to_narrow(const std::wstring& text, UINT code_page, const char* fail
     int needed = WideCharToMultiByte(code_page, 0, text.c_str(), source_size, nullptr, 0,
                                      nullptr, nullptr);
     if (needed <= 0)
-        fail_conversion(failure, GetLastError());
+        win::throw_last_error(failure);
     std::vector<char> buffer(static_cast<size_t>(needed));
     needed = WideCharToMultiByte(code_page, 0, text.c_str(), source_size, buffer.data(), needed,
                                  nullptr, nullptr);
     if (needed <= 0)
-        fail_conversion(failure, GetLastError());
+        win::throw_last_error(failure);
     return std::string(buffer.data());
 }
 
@@ -47,11 +36,11 @@ std::wstring to_wide(const std::string& text, UINT code_page, const char* failur
     const int source_size = static_cast<int>(text.size() + 1);
     int needed = MultiByteToWideChar(code_page, 0, text.c_str(), source_size, nullptr, 0);
     if (needed <= 0)
-        fail_conversion(failure_format, text, GetLastError());
+        win::throw_last_error(failure_format, text);
     std::vector<wchar_t> buffer(static_cast<size_t>(needed));
     needed = MultiByteToWideChar(code_page, 0, text.c_str(), source_size, buffer.data(), needed);
     if (needed <= 0)
-        fail_conversion(failure_format, text, GetLastError());
+        win::throw_last_error(failure_format, text);
     return std::wstring(buffer.data());
 }
 

@@ -1,5 +1,7 @@
 #include "common/exc/exc.h"
 #include "common/strings/strings.h"
+#include "common/win/handle.h"
+#include "common/win/last_error.h"
 
 #include <objbase.h>
 #include <rpc.h>
@@ -153,10 +155,9 @@ std::wstring guid_to_str(const GUID& guid)
     RPC_WSTR text = nullptr;
     GUID copy = guid;
     if (UuidToStringW(&copy, &text) != RPC_S_OK || text == nullptr)
-        throw exc::win_sys_exc_t("Failed to convert GUID to string.", GetLastError());
-    std::wstring result = L"{" + std::wstring(reinterpret_cast<wchar_t*>(text)) + L"}";
-    RpcStringFreeW(&text);
-    return result;
+        win::throw_last_error("Failed to convert GUID to string.");
+    const auto free_text = win::scope_exit([&text] { RpcStringFreeW(&text); });
+    return L"{" + std::wstring(reinterpret_cast<wchar_t*>(text)) + L"}";
 }
 
 GUID new_guid()

@@ -8,6 +8,7 @@
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "common/win/access.h"
+#include "common/win/last_error.h"
 
 namespace win {
 
@@ -54,46 +55,50 @@ session_ptr parent_session(const path_param_t& path)
     return get_session(folder);
 }
 
+// The session is held only while the file is opened; the code of a failed
+// open is kept across its end, since ending a session may touch the last error.
 win_file_ptr open_read_write(const path_param_t& path, DWORD disposition)
 {
     check_path_access(path);
-    HANDLE handle = INVALID_HANDLE_VALUE;
+    unique_handle_t handle;
     DWORD code = ERROR_SUCCESS;
     {
         session_ptr session = path_session(path);
-        handle = CreateFileW(path.wide().c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
-                             nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+        handle.reset(CreateFileW(path.wide().c_str(), GENERIC_READ | GENERIC_WRITE,
+                                 FILE_SHARE_READ, nullptr, disposition, FILE_ATTRIBUTE_NORMAL,
+                                 nullptr));
         code = GetLastError();
     }
-    if (handle == INVALID_HANDLE_VALUE)
+    if (!handle)
         throw exc::win_sys_exc_t("Failed to create or open file [%1].", path.narrow(), code);
-    return std::make_shared<win_file_t>(win_handle_t(handle), path);
+    return std::make_shared<win_file_t>(std::move(handle), path);
 }
 
 win_file_ptr open_read(const path_param_t& path, DWORD flags, const char* failure_text)
 {
     check_path_access(path);
-    HANDLE handle = INVALID_HANDLE_VALUE;
+    unique_handle_t handle;
     DWORD code = ERROR_SUCCESS;
     {
         session_ptr session = path_session(path);
         const std::wstring& wide = path.wide();
-        handle = CreateFileW(wide.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                             flags, nullptr);
+        handle.reset(CreateFileW(wide.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                 OPEN_EXISTING, flags, nullptr));
         code = GetLastError();
-        if (handle == INVALID_HANDLE_VALUE && code == ERROR_ACCESS_DENIED) {
-            handle = CreateFileW(wide.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                 OPEN_EXISTING, flags | FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+        if (!handle && code == ERROR_ACCESS_DENIED) {
+            handle.reset(CreateFileW(wide.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                     OPEN_EXISTING, flags | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
             code = GetLastError();
-        } else if (handle == INVALID_HANDLE_VALUE && code == ERROR_SHARING_VIOLATION) {
-            handle = CreateFileW(wide.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                 nullptr, OPEN_EXISTING, flags, nullptr);
+        } else if (!handle && code == ERROR_SHARING_VIOLATION) {
+            handle.reset(CreateFileW(wide.c_str(), GENERIC_READ,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                     flags, nullptr));
             code = GetLastError();
         }
     }
-    if (handle == INVALID_HANDLE_VALUE)
+    if (!handle)
         throw exc::win_sys_exc_t(failure_text, path.narrow(), code);
-    return std::make_shared<win_file_t>(win_handle_t(handle), path);
+    return std::make_shared<win_file_t>(std::move(handle), path);
 }
 
 std::string method_name(DWORD method)
@@ -218,30 +223,9 @@ const file_write_api_t& system_file_write_api()
     return api;
 }
 
-win_handle_t::~win_handle_t()
+std::string message_text(const path_param_t& path)
 {
-    reset();
-}
-
-win_handle_t& win_handle_t::operator=(win_handle_t&& other) noexcept
-{
-    if (this != &other)
-        reset(other.release());
-    return *this;
-}
-
-HANDLE win_handle_t::release() noexcept
-{
-    HANDLE handle = handle_;
-    handle_ = nullptr;
-    return handle;
-}
-
-void win_handle_t::reset(HANDLE handle) noexcept
-{
-    if (valid())
-        CloseHandle(handle_);
-    handle_ = handle;
+    return path.narrow();
 }
 
 const std::string& path_param_t::narrow() const
@@ -266,7 +250,7 @@ const std::wstring& path_param_t::wide() const
     return wide_;
 }
 
-win_file_t::win_file_t(win_handle_t handle, path_param_t path)
+win_file_t::win_file_t(unique_handle_t handle, path_param_t path)
     : handle_(std::move(handle)), path_(std::move(path))
 {
 }
@@ -278,11 +262,10 @@ void win_file_t::write(uint32_t size, const void* data)
     for (;;) {
         if (write_api_->write_file(handle_.get(), data, size, &written))
             break;
-        const DWORD code = GetLastError();
-        if (code != ERROR_LOCK_VIOLATION)
-            throw exc::win_sys_exc_t("Failed to write data to the file [%1].", get_path(), code);
-        logging::log().warning_exc(
-            exc::win_sys_exc_t("Failed to write data to the file [%1].", get_path(), code));
+        if (GetLastError() != ERROR_LOCK_VIOLATION)
+            throw_last_error("Failed to write data to the file [%1].", path_);
+        logging::log().warning_exc(exc::win_sys_exc_t("Failed to write data to the file [%1].",
+                                                      get_path(), ERROR_LOCK_VIOLATION));
         Sleep(lock_wait_step_ms);
         waited_ms += lock_wait_step_ms;
         logging::log().warning("Retry.");
@@ -301,10 +284,8 @@ void win_file_t::write(uint32_t size, const void* data)
 uint32_t win_file_t::read(void* data, uint32_t size)
 {
     DWORD got = 0;
-    if (!ReadFile(handle_.get(), data, size, &got, nullptr)) {
-        const DWORD code = GetLastError();
-        throw exc::win_sys_exc_t("Failed to read data from the file [%1].", get_path(), code);
-    }
+    if (!ReadFile(handle_.get(), data, size, &got, nullptr))
+        throw_last_error("Failed to read data from the file [%1].", path_);
     counters_.bytes_read += got;
     ++counters_.reads;
     return got;
@@ -316,12 +297,11 @@ uint64_t win_file_t::seek(int64_t distance, DWORD method)
     move.QuadPart = distance;
     LARGE_INTEGER position;
     position.QuadPart = 0;
-    if (!SetFilePointerEx(handle_.get(), move, &position, method)) {
-        const DWORD code = GetLastError();
-        throw exc::win_sys_exc_t(
+    if (!SetFilePointerEx(handle_.get(), move, &position, method))
+        throw_last_error(
             "Seek operation has failed. File: [%1]. Distance to move: [%2]. Move method: [%3].",
-            get_path(), util::int_to_str(distance), method_name(method), code);
-    }
+            path_, [distance] { return util::int_to_str(distance); },
+            [method] { return method_name(method); });
     return static_cast<uint64_t>(position.QuadPart);
 }
 
@@ -338,19 +318,15 @@ uint64_t win_file_t::seek_from_end(int64_t offset)
 uint64_t win_file_t::size()
 {
     LARGE_INTEGER size;
-    if (!GetFileSizeEx(handle_.get(), &size)) {
-        const DWORD code = GetLastError();
-        throw exc::win_sys_exc_t("WINAPI: Cannot get file size. File: [%1].", get_path(), code);
-    }
+    if (!GetFileSizeEx(handle_.get(), &size))
+        throw_last_error("WINAPI: Cannot get file size. File: [%1].", path_);
     return static_cast<uint64_t>(size.QuadPart);
 }
 
 void win_file_t::flush()
 {
-    if (!FlushFileBuffers(handle_.get())) {
-        const DWORD code = GetLastError();
-        throw exc::win_sys_exc_t("Failed to flush file buffers. File: [%1].", get_path(), code);
-    }
+    if (!FlushFileBuffers(handle_.get()))
+        throw_last_error("Failed to flush file buffers. File: [%1].", path_);
     writes_since_flush_ = 0;
 }
 
@@ -358,17 +334,13 @@ void win_file_t::reset_size(uint64_t size)
 {
     LARGE_INTEGER move;
     move.QuadPart = static_cast<LONGLONG>(size);
-    if (!SetFilePointerEx(handle_.get(), move, nullptr, FILE_BEGIN)) {
-        const DWORD code = GetLastError();
-        throw exc::win_sys_exc_t("Unable to reset file size: move operation has failed. "
-                                 "Specified file size: [%1]. File: [%2].",
-                                 util::int_to_str(size), get_path(), code);
-    }
-    if (!SetEndOfFile(handle_.get())) {
-        const DWORD code = GetLastError();
-        throw exc::win_sys_exc_t(
-            "Unable to reset file size: trunk operation has failed. File: [%1].", get_path(), code);
-    }
+    if (!SetFilePointerEx(handle_.get(), move, nullptr, FILE_BEGIN))
+        throw_last_error("Unable to reset file size: move operation has failed. "
+                         "Specified file size: [%1]. File: [%2].",
+                         [size] { return util::int_to_str(size); }, path_);
+    if (!SetEndOfFile(handle_.get()))
+        throw_last_error("Unable to reset file size: trunk operation has failed. File: [%1].",
+                         path_);
 }
 
 win_file_ptr create_file(const path_param_t& path)
@@ -394,7 +366,7 @@ win_file_ptr open_file_read_no_cache(const path_param_t& path)
 
 win_file_ptr attach_file(HANDLE handle, const path_param_t& path)
 {
-    return std::make_shared<win_file_t>(win_handle_t(handle), path);
+    return std::make_shared<win_file_t>(unique_handle_t(handle), path);
 }
 
 bool file_exists(const path_param_t& path)
@@ -404,11 +376,9 @@ bool file_exists(const path_param_t& path)
     const std::wstring pattern = is_bare_share(target) ? target + L"\\*" : target;
 
     WIN32_FIND_DATAW found;
-    HANDLE find = FindFirstFileW(pattern.c_str(), &found);
-    if (find != INVALID_HANDLE_VALUE) {
-        FindClose(find);
+    const unique_find_t find(FindFirstFileW(pattern.c_str(), &found));
+    if (find)
         return true;
-    }
     const DWORD code = GetLastError();
     if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND)
         logging::log().warning_exc(exc::win_sys_exc_t("Failed to check whether file '%1' exists.",
@@ -417,7 +387,7 @@ bool file_exists(const path_param_t& path)
     if (PathFileExistsW(target.c_str()))
         return true;
 
-    win_handle_t probe(CreateFileW(target.c_str(), probe_access, FILE_SHARE_READ | FILE_SHARE_WRITE,
+    const unique_handle_t probe(CreateFileW(target.c_str(), probe_access, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                    nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     return probe.valid();
 }
@@ -456,6 +426,18 @@ void rename_file(const path_param_t& from, const path_param_t& to)
     std::filesystem::rename(std::filesystem::path(from.wide()), std::filesystem::path(to.wide()));
 }
 
+void check_movable(const path_param_t& path)
+{
+    check_path_access(path);
+    session_ptr session = parent_session(path);
+    const unique_handle_t probe(CreateFileW(path.wide().c_str(), DELETE,
+                                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                            nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS,
+                                            nullptr));
+    if (!probe)
+        throw_last_error("File [%1] cannot be moved: it is held open.", path);
+}
+
 void create_folders(const path_param_t& path)
 {
     check_path_access(path);
@@ -488,11 +470,9 @@ std::wstring get_temp_path()
         buffer.resize(length);
         length = GetTempPathW(static_cast<DWORD>(buffer.size()), &buffer[0]);
     }
-    if (length == 0) {
-        const DWORD code = GetLastError();
-        throw exc::win_sys_exc_t(
-            "Failed to retrieve the path of the directory designated for temporary files.", code);
-    }
+    if (length == 0)
+        throw_last_error(
+            "Failed to retrieve the path of the directory designated for temporary files.");
     buffer.resize(length);
     return buffer;
 }
@@ -501,11 +481,8 @@ std::wstring get_module_path()
 {
     std::wstring buffer(module_path_chars, L'\0');
     const DWORD length = GetModuleFileNameW(nullptr, &buffer[0], module_path_chars);
-    if (length == 0) {
-        const DWORD code = GetLastError();
-        throw exc::win_sys_exc_t(
-            "Fully-qualified path for the executable file cannot be retrieved.", code);
-    }
+    if (length == 0)
+        throw_last_error("Fully-qualified path for the executable file cannot be retrieved.");
     buffer.resize(length);
     return buffer;
 }

@@ -7,27 +7,9 @@
 
 #include <windows.h>
 
+#include "common/win/handle.h"
+
 namespace win {
-
-// Owns a Windows HANDLE; null and INVALID_HANDLE_VALUE both count as empty.
-class win_handle_t {
-public:
-    win_handle_t() = default;
-    explicit win_handle_t(HANDLE handle) : handle_(handle) {}
-    ~win_handle_t();
-    win_handle_t(win_handle_t&& other) noexcept : handle_(other.release()) {}
-    win_handle_t& operator=(win_handle_t&& other) noexcept;
-    win_handle_t(const win_handle_t&) = delete;
-    win_handle_t& operator=(const win_handle_t&) = delete;
-
-    HANDLE get() const { return handle_; }
-    bool valid() const { return handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE; }
-    HANDLE release() noexcept;
-    void reset(HANDLE handle = nullptr) noexcept;
-
-private:
-    HANDLE handle_ = nullptr;
-};
 
 // A path given in either narrow (UTF-8) or wide form; the other form is made
 // on first request. A default-constructed object holds neither.
@@ -74,7 +56,7 @@ const file_write_api_t& system_file_write_api();
 // An open file. Made only by the factories below and held by shared pointer.
 class win_file_t {
 public:
-    win_file_t(win_handle_t handle, path_param_t path);
+    win_file_t(unique_handle_t handle, path_param_t path);
     win_file_t(const win_file_t&) = delete;
     win_file_t& operator=(const win_file_t&) = delete;
 
@@ -98,7 +80,7 @@ public:
     void use_write_api(const file_write_api_t& api) { write_api_ = &api; }
 
 private:
-    win_handle_t handle_;
+    unique_handle_t handle_;
     path_param_t path_;
     file_counters_t counters_;
     uint32_t writes_since_flush_ = 0;
@@ -126,6 +108,9 @@ uint64_t file_size(const path_param_t& path);
 void remove_file(const path_param_t& path);
 void remove_folder(const path_param_t& path);
 void rename_file(const path_param_t& from, const path_param_t& to);
+// Raises when `path` cannot be renamed or deleted now, because another holder
+// keeps it open without letting it go.
+void check_movable(const path_param_t& path);
 // Makes every missing folder above the file `path`; the last part is a file
 // name and is never made. Server and share parts of a UNC path are skipped.
 void create_folders(const path_param_t& path);

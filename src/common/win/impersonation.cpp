@@ -13,6 +13,7 @@
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "common/win/file.h"
+#include "common/win/last_error.h"
 
 namespace win {
 
@@ -79,21 +80,20 @@ USE_INFO_2* query_net_use(const std::wstring& share, NET_API_STATUS& status)
 
 shared_handle_t make_shared_handle(HANDLE handle)
 {
-    return shared_handle_t(handle, [](HANDLE h) {
-        if (is_valid_handle(h))
-            CloseHandle(h);
-    });
+    // The shared pointer holds the owner and hands out the raw handle.
+    const auto owner = std::make_shared<unique_handle_t>(handle);
+    return shared_handle_t(owner, owner->get());
 }
 
 CAccessToken::~CAccessToken()
 {
-    release();
+    unload_profile();
 }
 
 void CAccessToken::attach(HANDLE token) noexcept
 {
-    release();
-    token_ = token;
+    unload_profile();
+    token_.reset(token);
 }
 
 void CAccessToken::attach_profile(HANDLE profile) noexcept
@@ -101,14 +101,11 @@ void CAccessToken::attach_profile(HANDLE profile) noexcept
     profile_ = profile;
 }
 
-void CAccessToken::release() noexcept
+void CAccessToken::unload_profile() noexcept
 {
     if (profile_ != nullptr)
-        UnloadUserProfile(token_, profile_);
-    if (token_ != nullptr)
-        CloseHandle(token_);
+        UnloadUserProfile(token_.get(), profile_);
     profile_ = nullptr;
-    token_ = nullptr;
 }
 
 const ILogonApi& system_logon_api()
@@ -139,23 +136,18 @@ void logon_user(const std::wstring& user, const std::wstring& protected_password
     const std::wstring password =
         util::ansi_to_wide(util::base64_decode(util::wide_to_ansi(protected_password)));
     const user_name_parts_t parts = split_user_name(user);
-    HANDLE token = nullptr;
+    const auto user_text = [&user] { return util::wide_to_ansi_safe(user); };
+    unique_token_t token;
     if (parts.upn) {
         if (!api.logon_user(user.c_str(), nullptr, password.c_str(), LOGON32_LOGON_INTERACTIVE,
-                            LOGON32_PROVIDER_DEFAULT, &token)) {
-            const DWORD code = GetLastError();
-            throw exc::win_sys_exc_t("Failed to logon UPN user [%1]",
-                                     util::wide_to_ansi_safe(user), code);
-        }
+                            LOGON32_PROVIDER_DEFAULT, token.put()))
+            throw_last_error("Failed to logon UPN user [%1]", user_text);
     } else {
         if (!api.logon_user(parts.name.c_str(), parts.domain.c_str(), password.c_str(),
-                            LOGON32_LOGON_INTERACTIVE, LOGON32_PROVIDER_DEFAULT, &token)) {
-            const DWORD code = GetLastError();
-            throw exc::win_sys_exc_t("Failed to logon user [%1]", util::wide_to_ansi_safe(user),
-                                     code);
-        }
+                            LOGON32_LOGON_INTERACTIVE, LOGON32_PROVIDER_DEFAULT, token.put()))
+            throw_last_error("Failed to logon user [%1]", user_text);
     }
-    logon.attach(token);
+    logon.attach(token.release());
 }
 
 void impersonate(HANDLE token)
@@ -163,7 +155,7 @@ void impersonate(HANDLE token)
     if (token == nullptr)
         throw exc::runtime_exc_t("User credentials not specified or logon error");
     if (!ImpersonateLoggedOnUser(token))
-        throw exc::win_sys_exc_t("Failed to impersonate logged on user", GetLastError());
+        throw_last_error("Failed to impersonate logged on user");
 }
 
 void revert() noexcept
@@ -307,13 +299,14 @@ void win_impersonation_session_t::start_token()
 {
     if (!is_valid_handle(context_->token.get()))
         return;
-    HANDLE duplicate = nullptr;
-    if (!DuplicateToken(context_->token.get(), SecurityImpersonation, &duplicate))
+    unique_token_t duplicate;
+    if (!DuplicateToken(context_->token.get(), SecurityImpersonation, duplicate.put()))
         return;
-    thread_token_ = make_shared_handle(duplicate);
-    if (!ImpersonateLoggedOnUser(duplicate)) {
-        logging::log().error_exc("Failed to impersonate thread.",
-                                 exc::win_sys_exc_t(GetLastError()));
+    const HANDLE thread_token = duplicate.get();
+    thread_token_ = make_shared_handle(duplicate.release());
+    if (!ImpersonateLoggedOnUser(thread_token)) {
+        const DWORD code = GetLastError();
+        logging::log().error_exc("Failed to impersonate thread.", exc::win_sys_exc_t(code));
         return;
     }
     active_ = true;
@@ -419,13 +412,16 @@ void log_net_use_state(const std::wstring& share) noexcept
     try {
         NET_API_STATUS status = 0;
         USE_INFO_2* info = query_net_use(share, status);
+        const auto free_info = scope_exit([info] {
+            if (info != nullptr)
+                NetApiBufferFree(info);
+        });
         if (info != nullptr) {
             logging::log().info("Share: '%1', Status: '%2', RefCount: '%3', UseCount: '%4'.",
                                 util::wide_to_ansi_safe(info->ui2_remote),
                                 util::int_to_str(static_cast<uint32_t>(info->ui2_status)),
                                 util::int_to_str(static_cast<uint32_t>(info->ui2_refcount)),
                                 util::int_to_str(static_cast<uint32_t>(info->ui2_usecount)));
-            NetApiBufferFree(info);
         } else if (status == NERR_UseNotFound) {
             logging::log().info("Connection to share '%1' not found.",
                                 util::wide_to_ansi_safe(share));

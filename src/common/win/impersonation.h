@@ -10,30 +10,30 @@
 #include <string>
 
 #include "common/win/access.h"
+#include "common/win/handle.h"
 
 namespace win {
 
-// A handle shared between owners; closed with CloseHandle when the last one goes.
+// A kernel handle shared between owners, closed when the last one goes.
 using shared_handle_t = std::shared_ptr<void>;
 shared_handle_t make_shared_handle(HANDLE handle);
 
-// The result of a logon: a primary token and the profile loaded for it, if any.
+// The result of a logon: a primary token and the profile loaded for it, if
+// any. The profile is unloaded before its token is closed.
 class CAccessToken {
 public:
     CAccessToken() = default;
     ~CAccessToken();
-    CAccessToken(const CAccessToken&) = delete;
-    CAccessToken& operator=(const CAccessToken&) = delete;
 
     // Takes ownership of a token, releasing the one held before.
     void attach(HANDLE token) noexcept;
     void attach_profile(HANDLE profile) noexcept;
-    HANDLE handle() const { return token_; }
+    HANDLE handle() const { return token_.get(); }
 
 private:
-    void release() noexcept;
+    void unload_profile() noexcept;
 
-    HANDLE token_ = nullptr;
+    unique_token_t token_;
     HANDLE profile_ = nullptr;
 };
 

@@ -117,25 +117,20 @@ void require_present(LONG code)
 
 } // namespace
 
-win_reg_key_t::~win_reg_key_t()
+HKEY* win_reg_key_t::put()
 {
-    if (key_ != nullptr)
-        RegCloseKey(key_);
-}
-
-HKEY* win_reg_key_t::operator&()
-{
-    if (key_ != nullptr)
+    // The text stays as log readers know it, naming the operator this once was.
+    if (key_.valid())
         throw exc::runtime_exc_t(
             "operator& cannot be called because registry key already initialized.");
-    return &key_;
+    return key_.put();
 }
 
 bool win_reg_key_t::get_string(const std::wstring& name, std::wstring& out) const
 {
     try {
-        check_open(key_);
-        return query_string(key_, name, out) == ERROR_SUCCESS;
+        check_open(key_.get());
+        return query_string(key_.get(), name, out) == ERROR_SUCCESS;
     } catch (const std::exception& e) {
         throw_value_failure(util::wide_to_ansi_safe(name), e);
     }
@@ -144,9 +139,9 @@ bool win_reg_key_t::get_string(const std::wstring& name, std::wstring& out) cons
 std::string win_reg_key_t::get_string(const std::string& name) const
 {
     try {
-        check_open(key_);
+        check_open(key_.get());
         std::string value;
-        require_present(query_string(key_, name, value));
+        require_present(query_string(key_.get(), name, value));
         return value;
     } catch (const std::exception& e) {
         throw_value_failure(name, e);
@@ -163,8 +158,8 @@ std::wstring win_reg_key_t::get_string_or(const std::wstring& name,
 bool win_reg_key_t::get_dword(const std::wstring& name, uint32_t& out) const
 {
     try {
-        check_open(key_);
-        return query_dword(key_, name, out) == ERROR_SUCCESS;
+        check_open(key_.get());
+        return query_dword(key_.get(), name, out) == ERROR_SUCCESS;
     } catch (const std::exception& e) {
         throw_value_failure(util::wide_to_ansi_safe(name), e);
     }
@@ -173,9 +168,9 @@ bool win_reg_key_t::get_dword(const std::wstring& name, uint32_t& out) const
 uint32_t win_reg_key_t::get_dword(const std::string& name) const
 {
     try {
-        check_open(key_);
+        check_open(key_.get());
         uint32_t value = 0;
-        require_present(query_dword(key_, name, value));
+        require_present(query_dword(key_.get(), name, value));
         return value;
     } catch (const std::exception& e) {
         throw_value_failure(name, e);
@@ -197,11 +192,11 @@ bool win_reg_key_t::get_bool_or(const std::wstring& name, bool default_value) co
 bool win_reg_key_t::get_dword_or_qword(const std::wstring& name, uint64_t& out) const
 {
     try {
-        check_open(key_);
+        check_open(key_.get());
         DWORD type = 0;
         uint64_t value = 0;
         DWORD size = sizeof(value);
-        LONG code = RegQueryValueExW(key_, name.c_str(), nullptr, &type,
+        LONG code = RegQueryValueExW(key_.get(), name.c_str(), nullptr, &type,
                                      reinterpret_cast<BYTE*>(&value), &size);
         if (is_absent(code))
             return false;
@@ -220,7 +215,7 @@ bool win_reg_key_t::get_dword_or_qword(const std::wstring& name, uint64_t& out) 
 std::shared_ptr<win_reg_key_t> open_subkey(HKEY root, const std::wstring& path, REGSAM access)
 {
     auto key = std::make_shared<win_reg_key_t>();
-    LONG code = RegOpenKeyExW(root, path.c_str(), 0, access, &*key);
+    LONG code = RegOpenKeyExW(root, path.c_str(), 0, access, key->put());
     if (is_absent(code))
         return nullptr;
     if (code != ERROR_SUCCESS)

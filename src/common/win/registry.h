@@ -6,6 +6,8 @@
 
 #include <windows.h>
 
+#include "common/win/handle.h"
+
 namespace win {
 
 // Read access in the 64-bit view (KEY_READ | KEY_WOW64_64KEY): every key the
@@ -19,16 +21,13 @@ class win_reg_key_t {
 public:
     win_reg_key_t() = default;
     explicit win_reg_key_t(HKEY key) : key_(key) {}
-    ~win_reg_key_t();
-    win_reg_key_t(const win_reg_key_t&) = delete;
-    win_reg_key_t& operator=(const win_reg_key_t&) = delete;
 
     // The address of the empty handle, for RegOpenKeyEx to fill. An object
     // takes a handle once: a second call raises and keeps the first handle.
-    HKEY* operator&();
+    HKEY* put();
 
-    HKEY get() const { return key_; }
-    bool is_open() const { return key_ != nullptr; }
+    HKEY get() const { return key_.get(); }
+    bool is_open() const { return key_.valid(); }
 
     // REG_SZ or REG_EXPAND_SZ, never expanded. False when the value is absent.
     bool get_string(const std::wstring& name, std::wstring& out) const;
@@ -47,7 +46,7 @@ public:
     bool get_dword_or_qword(const std::wstring& name, uint64_t& out) const;
 
 private:
-    HKEY key_ = nullptr;
+    unique_hkey_t key_;
 };
 
 // The key below `root`, or an empty pointer when it does not exist.

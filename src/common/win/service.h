@@ -5,6 +5,8 @@
 
 #include <windows.h>
 
+#include "common/win/handle.h"
+
 namespace win {
 
 // A connection to the service control manager of this machine. Only local
@@ -12,15 +14,12 @@ namespace win {
 class win_scm_t {
 public:
     win_scm_t();
-    ~win_scm_t();
-    win_scm_t(const win_scm_t&) = delete;
-    win_scm_t& operator=(const win_scm_t&) = delete;
 
-    SC_HANDLE handle() const { return handle_; }
+    SC_HANDLE handle() const { return handle_.get(); }
     const std::wstring& host() const { return host_; }
 
 private:
-    SC_HANDLE handle_ = nullptr;
+    unique_schandle_t handle_;
     std::wstring host_;
 };
 
@@ -28,11 +27,6 @@ private:
 class win_svc_t {
 public:
     win_svc_t(std::shared_ptr<win_scm_t> scm, const wchar_t* name);
-    ~win_svc_t();
-    win_svc_t(win_svc_t&& other) noexcept;
-    win_svc_t(const win_svc_t&) = delete;
-    win_svc_t& operator=(const win_svc_t&) = delete;
-    win_svc_t& operator=(win_svc_t&&) = delete;
 
     // dwCurrentState of the service: SERVICE_STOPPED, SERVICE_RUNNING, ...
     DWORD query_state() const;
@@ -41,7 +35,7 @@ public:
 
 private:
     std::shared_ptr<win_scm_t> scm_;
-    SC_HANDLE handle_ = nullptr;
+    unique_schandle_t handle_;
     std::wstring name_;
 };
 

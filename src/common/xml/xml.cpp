@@ -1,6 +1,7 @@
 #include "common/xml/xml.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include <tinyxml.h>
@@ -19,6 +20,63 @@ std::string cut_source(const std::string& text)
     if (text.size() <= limit)
         return text;
     return text.substr(0, limit) + "..., length: " + std::to_string(text.size());
+}
+
+// The parser descends once per level of elements; a document nested deeper
+// than this is refused before it is parsed, so no text can exhaust the stack.
+constexpr size_t max_element_depth = 256;
+
+// Where the markup that starts at `open` (a "<") ends: just past its closing
+// text, or the end of the content. Quoted attribute values may hold ">".
+size_t markup_end(const std::string& text, size_t open, bool& opens_element, bool& closes_element)
+{
+    opens_element = false;
+    closes_element = false;
+    const auto past = [&text](size_t from, const char* closing) {
+        const size_t found = text.find(closing, from);
+        return found == std::string::npos ? text.size() : found + std::strlen(closing);
+    };
+    if (text.compare(open, 4, "<!--") == 0)
+        return past(open + 4, "-->");
+    if (text.compare(open, 9, "<![CDATA[") == 0)
+        return past(open + 9, "]]>");
+    if (text.compare(open, 2, "<?") == 0)
+        return past(open + 2, "?>");
+    char quote = 0;
+    size_t at = open + 1;
+    for (; at < text.size(); ++at) {
+        const char c = text[at];
+        if (quote != 0) {
+            if (c == quote)
+                quote = 0;
+        } else if (c == '"' || c == '\'') {
+            quote = c;
+        } else if (c == '>') {
+            break;
+        }
+    }
+    const char first = open + 1 < text.size() ? text[open + 1] : 0;
+    closes_element = first == '/';
+    opens_element = first != '/' && first != '!' && !(at < text.size() && text[at - 1] == '/');
+    return at < text.size() ? at + 1 : at;
+}
+
+void check_depth(const std::string& text)
+{
+    size_t depth = 0;
+    size_t at = text.find('<');
+    while (at != std::string::npos) {
+        bool opens = false;
+        bool closes = false;
+        const size_t end = markup_end(text, at, opens, closes);
+        if (opens && ++depth > max_element_depth)
+            throw exc::exc_base_t(format_msg("XML error: [%1].",
+                                             "Elements are nested deeper than " +
+                                                 std::to_string(max_element_depth) + " levels"));
+        if (closes && depth > 0)
+            --depth;
+        at = text.find('<', end);
+    }
 }
 
 } // namespace
@@ -203,6 +261,7 @@ xml_document_t::xml_document_t(const std::string& root_name) : xml_document_t()
 void xml_document_t::parse(const std::string& content)
 {
     try {
+        check_depth(content);
         auto parsed = std::make_shared<TiXmlDocument>();
         parsed->Parse(content.c_str());
         if (parsed->Error()) {

@@ -3,6 +3,7 @@
 #include "common/exc/exc.h"
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
+#include "common/win/last_error.h"
 
 #include <cstdio>
 #include <memory>
@@ -78,23 +79,21 @@ struct CGuardedThread::SState {
 
 CGuardedThread::CGuardedThread(std::function<void()> body) : state_(new SState)
 {
+    auto dropState = win::scope_exit([this] { delete state_; });
     state_->body = std::move(body);
     client_flag_slot();
-    handle_ = CreateThread(nullptr, 0, &CGuardedThread::Run, state_, 0, &id_);
-    if (handle_ == nullptr) {
-        const DWORD error = GetLastError();
-        delete state_;
-        throw exc::win_sys_exc_t("Failed to create thread.", error);
-    }
+    handle_.reset(CreateThread(nullptr, 0, &CGuardedThread::Run, state_, 0, &id_));
+    if (!handle_)
+        win::throw_last_error("Failed to create thread.");
+    dropState.dismiss();
 }
 
 CGuardedThread::~CGuardedThread()
 {
     // A thread that is still running (its kill failed) may yet touch its
     // state: that is left to the end of the process.
-    if (has_ended(handle_))
+    if (has_ended(handle_.get()))
         delete state_;
-    CloseHandle(handle_);
 }
 
 DWORD WINAPI CGuardedThread::Run(LPVOID param)
@@ -116,7 +115,7 @@ bool CGuardedThread::Join(int32_t timeoutSec)
         const ULONGLONG now = GetTickCount64();
         const ULONGLONG left = now < deadline ? deadline - now : 0;
         const DWORD slice = left < kLongestWaitMs ? static_cast<DWORD>(left) : kLongestWaitMs;
-        if (WaitForSingleObject(handle_, slice) == WAIT_OBJECT_0)
+        if (WaitForSingleObject(handle_.get(), slice) == WAIT_OBJECT_0)
             return true;
         if (slice == left)
             return false;
@@ -127,30 +126,30 @@ bool CGuardedThread::Terminate()
 {
     const ULONGLONG graceEnd = GetTickCount64() + kSafePointGraceMs;
     for (;;) {
-        if (has_ended(handle_))
+        if (has_ended(handle_.get()))
             return true;
         const bool graceOver = GetTickCount64() >= graceEnd;
-        const bool suspended = SuspendThread(handle_) != static_cast<DWORD>(-1);
+        const bool suspended = SuspendThread(handle_.get()) != static_cast<DWORD>(-1);
         if (suspended) {
             // The context read makes sure the suspension has taken effect
             // before the flag is trusted.
             CONTEXT context = {};
             context.ContextFlags = CONTEXT_CONTROL;
-            GetThreadContext(handle_, &context);
+            GetThreadContext(handle_.get(), &context);
         }
         if (state_->inClient != 0 || graceOver) {
-            if (!TerminateThread(handle_, kTimeoutExitCode)) {
+            if (!TerminateThread(handle_.get(), kTimeoutExitCode)) {
                 const DWORD error = GetLastError();
                 if (suspended)
-                    ResumeThread(handle_);
+                    ResumeThread(handle_.get());
                 SetLastError(error);
                 return false;
             }
-            WaitForSingleObject(handle_, INFINITE);
+            WaitForSingleObject(handle_.get(), INFINITE);
             return true;
         }
         if (suspended)
-            ResumeThread(handle_);
+            ResumeThread(handle_.get());
         Sleep(1);
     }
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/win/handle.h"
+
 #include <windows.h>
 
 #include <cstdint>
@@ -47,7 +49,7 @@ public:
     // TerminateThread fails.
     bool Terminate();
 
-    HANDLE Handle() const { return handle_; }
+    HANDLE Handle() const { return handle_.get(); }
     DWORD Id() const { return id_; }
 
 private:
@@ -55,7 +57,7 @@ private:
     static DWORD WINAPI Run(LPVOID param);
 
     SState* state_;
-    HANDLE handle_ = nullptr;
+    win::unique_handle_t handle_;
     DWORD id_ = 0;
 };
 

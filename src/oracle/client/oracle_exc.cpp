@@ -1,5 +1,7 @@
 #include "oracle/client/oracle_exc.h"
 
+#include <utility>
+
 namespace specific {
 namespace oracle {
 
@@ -20,8 +22,8 @@ COracleSessionCreateExc::COracleSessionCreateExc(const std::string& message)
 {
 }
 
-COracleClientLoadExc::COracleClientLoadExc(const std::string& message)
-    : exc_impl_t(message)
+COracleClientLoadExc::COracleClientLoadExc(const std::string& message, std::string tried)
+    : exc_impl_t(message), tried_(std::move(tried))
 {
 }
 

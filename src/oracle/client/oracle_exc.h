@@ -34,10 +34,17 @@ public:
     explicit COracleSessionCreateExc(const std::string& message);
 };
 
-// The client library couldn't be loaded, or lacks an entry point.
+// The client library couldn't be loaded, or lacks an entry point. `tried`
+// is what was looked for: the name given to the loader, or the path of the
+// library that was found.
 class COracleClientLoadExc : public exc::exc_impl_t<COracleClientLoadExc, exc::runtime_exc_t> {
 public:
-    explicit COracleClientLoadExc(const std::string& message);
+    COracleClientLoadExc(const std::string& message, std::string tried);
+
+    const std::string& Tried() const { return tried_; }
+
+private:
+    std::string tried_;
 };
 
 } // namespace oracle

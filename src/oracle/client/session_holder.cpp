@@ -115,7 +115,7 @@ void COracleSessionHolder::InitThread()
             init.error->rethrow();
     } catch (const COracleClientLoadExc& e) {
         // No session comes of it, and that is the failure the caller sees.
-        logging::oralib().error_exc("Failed to load OCI library", e);
+        logging::oralib().error_exc("Failed to load OCI library", e, ClientLoadHint(e));
     } catch (const std::exception& e) {
         logging::oralib().error_exc("Oracle session init thread failed", e);
         throw;

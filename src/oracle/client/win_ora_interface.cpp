@@ -3,7 +3,9 @@
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "oracle/client/guarded_thread.h"
+#include "common/win/handle.h"
 #include "oracle/client/oracle_exc.h"
+#include "oracle/client/seh_guard.h"
 
 #include <mutex>
 #include <utility>
@@ -17,10 +19,28 @@ template <typename F>
 void resolve(HMODULE module, const std::wstring& path, const char* name, F& target)
 {
     FARPROC address = GetProcAddress(module, name);
-    if (address == nullptr)
-        throw COracleClientLoadExc(util::format_msg(
-            "The function %1 is missing in [%2].", name, util::wide_to_ansi_safe(path)));
+    if (address == nullptr) {
+        const std::string where = util::wide_to_ansi_safe(path);
+        throw COracleClientLoadExc(
+            util::format_msg("The function %1 is missing in [%2].", name, where), where);
+    }
     target = reinterpret_cast<F>(reinterpret_cast<void*>(address));
+}
+
+// One LoadLibraryW, run under the structured-exception guard: the library's
+// DllMain runs inside it, and a client that faults there must fail this load,
+// not end the process. Nothing here has a destructor that a fault would skip.
+struct SGuardedLoad {
+    const wchar_t* name;
+    HMODULE module;
+    DWORD error;
+};
+
+void LoadGuarded(void* param)
+{
+    auto* load = static_cast<SGuardedLoad*>(param);
+    load->module = LoadLibraryW(load->name);
+    load->error = load->module == nullptr ? GetLastError() : ERROR_SUCCESS;
 }
 
 std::wstring module_path(HMODULE module)
@@ -47,35 +67,50 @@ std::shared_ptr<CWinOraInterface> CWinOraInterface::Instance()
 
 std::shared_ptr<CWinOraInterface> CWinOraInterface::Load(const std::wstring& libraryName)
 {
-    // The module is never freed: entry points of a loaded client stay valid
-    // for the life of the process, as abandoned sessions may still be in it.
-    HMODULE module = LoadLibraryW(libraryName.c_str());
-    if (module == nullptr) {
-        const DWORD error = GetLastError();
-        throw COracleClientLoadExc(util::format_msg("Cannot load [%1]: %2 Error code: %3",
-                                                    util::wide_to_ansi_safe(libraryName),
-                                                    exc::get_error_text(error),
-                                                    exc::error_code_text(error)));
-    }
-    const std::wstring path = module_path(module);
+    const std::string name = util::wide_to_ansi_safe(libraryName);
+    SGuardedLoad load{libraryName.c_str(), nullptr, ERROR_SUCCESS};
+    const unsigned long fault = orasnap_seh_guarded_call(&LoadGuarded, &load);
+    if (fault != 0)
+        throw COracleClientLoadExc(
+            util::format_msg("Loading [%1] raised the structured exception %2.", name,
+                             util::hex_str(static_cast<uint32_t>(fault))),
+            name);
+    if (load.module == nullptr)
+        throw COracleClientLoadExc(util::format_msg("Cannot load [%1]: %2 Error code: %3", name,
+                                                    exc::get_error_text(load.error),
+                                                    exc::error_code_text(load.error)),
+                                   name);
+    // A library without the entry points is let go again. A client that has
+    // them is never freed: its entry points stay valid for the life of the
+    // process, as abandoned sessions may still be in it.
+    win::unique_hmodule_t module(load.module);
+    const std::wstring path = module_path(module.get());
     oci::SOciFunctions fn;
-    resolve(module, path, "OCIEnvCreate", fn.EnvCreate);
-    resolve(module, path, "OCIHandleAlloc", fn.HandleAlloc);
-    resolve(module, path, "OCIHandleFree", fn.HandleFree);
-    resolve(module, path, "OCIServerAttach", fn.ServerAttach);
-    resolve(module, path, "OCIAttrSet", fn.AttrSet);
-    resolve(module, path, "OCISessionBegin", fn.SessionBegin);
-    resolve(module, path, "OCISessionEnd", fn.SessionEnd);
-    resolve(module, path, "OCIServerDetach", fn.ServerDetach);
-    resolve(module, path, "OCIStmtPrepare", fn.StmtPrepare);
-    resolve(module, path, "OCIDefineByPos", fn.DefineByPos);
-    resolve(module, path, "OCIBindByName", fn.BindByName);
-    resolve(module, path, "OCIStmtExecute", fn.StmtExecute);
-    resolve(module, path, "OCIStmtFetch2", fn.StmtFetch2);
-    resolve(module, path, "OCIErrorGet", fn.ErrorGet);
-    resolve(module, path, "OCIDBStartup", fn.DBStartup);
-    resolve(module, path, "OCIDBShutdown", fn.DBShutdown);
+    resolve(module.get(), path, "OCIEnvCreate", fn.EnvCreate);
+    resolve(module.get(), path, "OCIHandleAlloc", fn.HandleAlloc);
+    resolve(module.get(), path, "OCIHandleFree", fn.HandleFree);
+    resolve(module.get(), path, "OCIServerAttach", fn.ServerAttach);
+    resolve(module.get(), path, "OCIAttrSet", fn.AttrSet);
+    resolve(module.get(), path, "OCISessionBegin", fn.SessionBegin);
+    resolve(module.get(), path, "OCISessionEnd", fn.SessionEnd);
+    resolve(module.get(), path, "OCIServerDetach", fn.ServerDetach);
+    resolve(module.get(), path, "OCIStmtPrepare", fn.StmtPrepare);
+    resolve(module.get(), path, "OCIDefineByPos", fn.DefineByPos);
+    resolve(module.get(), path, "OCIBindByName", fn.BindByName);
+    resolve(module.get(), path, "OCIStmtExecute", fn.StmtExecute);
+    resolve(module.get(), path, "OCIStmtFetch2", fn.StmtFetch2);
+    resolve(module.get(), path, "OCIErrorGet", fn.ErrorGet);
+    resolve(module.get(), path, "OCIDBStartup", fn.DBStartup);
+    resolve(module.get(), path, "OCIDBShutdown", fn.DBShutdown);
+    module.release();
     return std::make_shared<CWinOraInterface>(fn, path);
+}
+
+std::string ClientLoadHint(const COracleClientLoadExc& failure)
+{
+    return util::format_msg("Hint: the Oracle client was looked for as [%1]. It must be a 64-bit "
+                            "client, and the folders on PATH decide which OCI.dll is found.",
+                            failure.Tried());
 }
 
 CWinOraInterface::CWinOraInterface(const oci::SOciFunctions& functions, std::wstring libraryPath)

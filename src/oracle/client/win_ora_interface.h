@@ -62,5 +62,11 @@ private:
     std::wstring libraryPath_;
 };
 
+class COracleClientLoadExc;
+
+// The operator's line under a failed load: what was looked for, and what
+// decides which client is found.
+std::string ClientLoadHint(const COracleClientLoadExc& failure);
+
 } // namespace oracle
 } // namespace specific

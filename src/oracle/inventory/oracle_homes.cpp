@@ -28,7 +28,7 @@ constexpr wchar_t kServicesRoot[] = L"SYSTEM\\CURRENTCONTROLSET\\SERVICES";
 // Opens a key for reading; false when it cannot be opened, whatever the reason.
 bool open_for_read(HKEY parent, const std::wstring& path, win::win_reg_key_t& key)
 {
-    return RegOpenKeyExW(parent, path.c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS;
+    return RegOpenKeyExW(parent, path.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS;
 }
 
 bool is_string_type(DWORD type)

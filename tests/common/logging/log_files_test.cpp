@@ -155,6 +155,71 @@ TEST_F(LogFiles, FileOfExactlyTheLimitIsRotatedIntoAnArchive)
     EXPECT_EQ(1006u, receiver->size());
 }
 
+TEST_F(LogFiles, ArchiveHeldOpenStopsTheAgingAndEveryArchiveStaysUntilItIsFree)
+{
+    auto receiver = std::make_shared<win::win_log_file_t>(file("agent.log"));
+    receiver->write("live");
+    for (uint32_t age = 0; age <= 2; ++age)
+        write_file(logging::aged_file_name(file("agent.log.gz"), ".log.gz", age),
+                   "age " + util::int_to_str(age));
+    logging::log_limits_t limits;
+    limits.max_size = 1;
+    limits.max_ages = 2;
+    {
+        const win::unique_handle_t reader(CreateFileW(temp.file(L"agent.log.gz").c_str(),
+                                                      GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                                      OPEN_EXISTING, 0, nullptr));
+        ASSERT_TRUE(reader.valid());
+        for (int attempt = 0; attempt < 3; ++attempt)
+            EXPECT_THROW(logging::check_log_size(receiver, limits), std::exception);
+        for (uint32_t age = 0; age <= 2; ++age)
+            EXPECT_EQ("age " + util::int_to_str(age),
+                      read_file(logging::aged_file_name(file("agent.log.gz"), ".log.gz", age)));
+        EXPECT_EQ(4u, receiver->size());
+    }
+    logging::check_log_size(receiver, limits);
+    EXPECT_EQ("gz:live", read_file(file("agent.log.gz")));
+    EXPECT_EQ("age 0", read_file(file("agent.1.log.gz")));
+    EXPECT_EQ("age 1", read_file(file("agent.2.log.gz")));
+}
+
+// A receiver over the limit whose size is asked with a line of its own, as a
+// log folder on a share does ("No impersonation context found ...").
+class chatty_receiver_t : public test::capturing_receiver_t {
+public:
+    explicit chatty_receiver_t(std::string path) : path_(std::move(path)) {}
+    const std::string& path() const override { return path_; }
+    uint64_t size() override
+    {
+        ++size_tests;
+        logging::log().info("Measuring the log.");
+        return uint64_t{1} << 40;
+    }
+    void compress_to(const std::shared_ptr<util::zip_writer_t>&) override { ++compressions; }
+
+    int size_tests = 0;
+    int compressions = 0;
+
+private:
+    std::string path_;
+};
+
+TEST_F(LogFiles, LineLoggedInsideTheSizeTestIsWrittenAndStartsNoSecondTest)
+{
+    test::log_capture_t restore;
+    const auto receiver = std::make_shared<chatty_receiver_t>(file("agent.log"));
+    const auto log = logging::get_log();
+    log->set_receiver(receiver);
+    log->set_check_size(true);
+    for (int message = 0; message < 1000; ++message)
+        logging::log().info("message");
+    log->set_check_size(false);
+    EXPECT_EQ(1, receiver->size_tests);
+    EXPECT_EQ(1, receiver->compressions);
+    EXPECT_EQ(1001u, receiver->blocks.size());
+    EXPECT_THAT(receiver->all(), HasSubstr("> Measuring the log.\n"));
+}
+
 TEST_F(LogFiles, FailedRotationNamesTheLogAndKeepsTheLiveFileAndAnUnopenableArchiveNamesItsPath)
 {
     auto receiver = std::make_shared<win::win_log_file_t>(file("agent.log"));

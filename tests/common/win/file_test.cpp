@@ -83,8 +83,8 @@ TEST_F(Files, FailuresNameThePath)
 TEST_F(Files, FileThatAnotherHandleIsWritingOpensForReadingAndAWriteThroughItFailsAtOnce)
 {
     const std::wstring path = temp.file(L"busy.log");
-    win::win_handle_t writer(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                         CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    win::unique_handle_t writer(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                             CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     ASSERT_TRUE(writer.valid());
     DWORD written = 0;
     ASSERT_TRUE(WriteFile(writer.get(), "live", 4, &written, nullptr));

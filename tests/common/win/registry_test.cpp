@@ -101,10 +101,10 @@ TEST_F(RegistryKey, HandleIsTakenOnceAndTheFirstStaysUsable)
     sandbox.set_dword(key_path, L"Count", 9);
     win::win_reg_key_t key;
     ASSERT_EQ(ERROR_SUCCESS,
-              RegOpenKeyExW(HKEY_LOCAL_MACHINE, key_path, 0, win::reg_read_access_64, &key));
+              RegOpenKeyExW(HKEY_LOCAL_MACHINE, key_path, 0, win::reg_read_access_64, key.put()));
     HKEY first = key.get();
 
-    EXPECT_THAT(failure_lines([&] { (void)&key; }),
+    EXPECT_THAT(failure_lines([&] { key.put(); }),
                 ElementsAre("operator& cannot be called because registry key already initialized."));
     EXPECT_EQ(first, key.get());
     EXPECT_EQ(9u, key.get_dword_or(L"Count", 0));

@@ -75,6 +75,32 @@ TEST(XmlParsing, FailureQuotesTheSourceCutTo128BytesAndKeepsThePreviousContent)
     EXPECT_EQ(document.root().name(), "kept");
 }
 
+// `depth` levels of <e>, the innermost holding one level more in <c></c>;
+// quoted ">", comments, sections and closed elements on the way add none.
+std::string nested(size_t depth)
+{
+    const std::string level = "<e a='>'><!--<x>--><![CDATA[<y>]]><?p <z>?><s/><c></c>";
+    std::string text;
+    for (size_t i = 0; i < depth; ++i)
+        text += level;
+    for (size_t i = 0; i < depth; ++i)
+        text += "</e>";
+    return text;
+}
+
+TEST(XmlParsing, DocumentDeeperThan256LevelsIsRefusedBeforeItIsParsed)
+{
+    xml_document_t document;
+    document.parse(nested(255));
+    EXPECT_EQ(document.root().name(), "e");
+    const std::string deepest = "XML error: [Elements are nested deeper than 256 levels].\n"
+                                "--tr:Failed to parse XML content. Source content: [";
+    EXPECT_EQ(failure_text([&] { document.parse(nested(256)); }).substr(0, deepest.size()),
+              deepest);
+    EXPECT_EQ(failure_text([&] { document.parse(nested(8000)); }).substr(0, deepest.size()),
+              deepest);
+}
+
 TEST(XmlAttributes, EmptyCountsAsPresentBoolIsFalseOnlyForFalseAndZeroAndEachFailureHasItsText)
 {
     const xml_node_t root = parsed_root("<r empty='' Name='x' t='true' f='false' zero='0' yes='yes' "

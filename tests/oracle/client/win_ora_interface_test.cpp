@@ -1,5 +1,6 @@
 #include "oracle/client/win_ora_interface.h"
 
+#include "common/win/handle.h"
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/session_holder.h"
 #include "support/capturing_receiver.h"
@@ -11,21 +12,23 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <fstream>
 
 using namespace specific::oracle;
-using testing::Contains;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
-// Set in the child process that runs without a client library beside it: the
-// path of a file to write once its checks have passed.
+// Set in the child process that runs in a folder of its own: the path of a
+// file to write once its checks have passed.
 const wchar_t kChildMarkerVariable[] = L"ORASNAP_TEST_NO_CLIENT_MARKER";
 
-void check_holder_without_client()
+// In the child: the holder fails as a session that could not be made, and the
+// log block of the failed load gives its cause and ends with the operator's hint.
+void check_holder_fails_to_load(const testing::Matcher<const std::string&>& cause)
 {
-    ASSERT_EQ(GetModuleHandleW(L"OCI.dll"), nullptr);
     test::log_capture_t log;
     std::string text;
     try {
@@ -36,30 +39,28 @@ void check_holder_without_client()
     }
     EXPECT_EQ(text, "Failed to create oracle session holder.\n"
                     "--tr:Failed to create oracle session holder. SID: ORCL.");
-    EXPECT_THAT(log.texts(), Contains(HasSubstr("Failed to load OCI library")));
-    EXPECT_THAT(log.receiver->all(), HasSubstr("Cannot load [OCI.dll]"));
+    const auto lines = log.texts();
+    const auto block = std::find(lines.begin(), lines.end(), "oralib| ERR |Failed to load OCI library");
+    ASSERT_GE(std::distance(block, lines.end()), 4) << "no load failure in the log";
+    EXPECT_THAT(block[1], cause);
+    EXPECT_THAT(block[2], testing::StartsWith("oralib| >>  |An exception was thrown from thread ["));
+    EXPECT_EQ(block[3], "oralib| >>  |Hint: the Oracle client was looked for as [OCI.dll]. It must be "
+                        "a 64-bit client, and the folders on PATH decide which OCI.dll is found.");
 }
 
-} // namespace
-
-TEST(OracleClientLibrary, MissingLibraryEndsAsSessionCreateErrorWithItsLogLine)
+// Runs `test` again in a copy of this executable, started in a folder of its
+// own where `client` (a library built beside the tests) is the only OCI.dll to
+// be found, or none when it is empty.
+void run_in_own_folder(const std::wstring& test, const std::wstring& client)
 {
-    const std::wstring marker = test::env_value(kChildMarkerVariable);
-    if (!marker.empty()) {
-        check_holder_without_client();
-        if (!testing::Test::HasFailure())
-            std::ofstream(marker.c_str()) << "passed";
-        return;
-    }
-
-    // The client is found beside the executable; a copy of this executable in
-    // a folder of its own, started there, has none to find.
     test::temp_folder_t folder;
-    const std::wstring copy = folder.file(L"no_client.exe");
+    const std::wstring copy = folder.file(L"client_test.exe");
     const std::wstring childMarker = folder.file(L"passed.txt");
     ASSERT_TRUE(CopyFileW(test::exe_path().c_str(), copy.c_str(), TRUE));
-    std::wstring commandLine =
-        L"\"" + copy + L"\" --gtest_filter=OracleClientLibrary.MissingLibraryEndsAsSessionCreateErrorWithItsLogLine";
+    if (!client.empty()) {
+        ASSERT_TRUE(CopyFileW((test::exe_folder() + client).c_str(), folder.file(L"OCI.dll").c_str(), TRUE));
+    }
+    std::wstring commandLine = L"\"" + copy + L"\" --gtest_filter=OracleClientLibrary." + test;
     test::set_process_env(kChildMarkerVariable, childMarker);
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
@@ -68,13 +69,50 @@ TEST(OracleClientLibrary, MissingLibraryEndsAsSessionCreateErrorWithItsLogLine)
                                         nullptr, folder.path().c_str(), &startup, &process);
     test::set_process_env(kChildMarkerVariable, L"");
     ASSERT_TRUE(started) << GetLastError();
-    EXPECT_EQ(WaitForSingleObject(process.hProcess, 60000), WAIT_OBJECT_0);
+    const win::unique_handle_t thread(process.hThread);
+    const win::unique_handle_t child(process.hProcess);
+    EXPECT_EQ(WaitForSingleObject(child.get(), 60000), WAIT_OBJECT_0);
     DWORD exitCode = 1;
-    GetExitCodeProcess(process.hProcess, &exitCode);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
+    GetExitCodeProcess(child.get(), &exitCode);
     EXPECT_EQ(exitCode, 0u);
     EXPECT_NE(GetFileAttributesW(childMarker.c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+// True in the child, which runs `check` and leaves its marker when it passed.
+template <typename Check>
+bool ran_as_child(Check check)
+{
+    const std::wstring marker = test::env_value(kChildMarkerVariable);
+    if (marker.empty())
+        return false;
+    check();
+    if (!testing::Test::HasFailure())
+        std::ofstream(marker.c_str()) << "passed";
+    return true;
+}
+
+} // namespace
+
+TEST(OracleClientLibrary, MissingLibraryEndsAsSessionCreateErrorWithItsLogLine)
+{
+    if (!ran_as_child([] {
+            ASSERT_EQ(GetModuleHandleW(L"OCI.dll"), nullptr);
+            check_holder_fails_to_load(StartsWith("oralib| >>  |Cannot load [OCI.dll]: "));
+        }))
+        run_in_own_folder(L"MissingLibraryEndsAsSessionCreateErrorWithItsLogLine", L"");
+}
+
+TEST(OracleClientLibrary, ClientThatFaultsAsItLoadsEndsAsSessionCreateError)
+{
+    // A loader that catches the fault fails the load itself (Wine answers
+    // ERROR_NOACCESS); one that lets it through meets the guard around the load.
+    if (!ran_as_child([] {
+            check_holder_fails_to_load(testing::AnyOf(
+                StartsWith("oralib| >>  |Cannot load [OCI.dll]: "),
+                "oralib| >>  |Loading [OCI.dll] raised the structured exception 0xc0000005."));
+        }))
+        run_in_own_folder(L"ClientThatFaultsAsItLoadsEndsAsSessionCreateError",
+                          L"faulting_client.dll");
 }
 
 TEST(OracleClientLibrary, LibraryWithoutTheEntryPointsIsRefusedByName)
