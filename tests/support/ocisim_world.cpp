@@ -5,7 +5,7 @@
 
 namespace test {
 
-ocisim_world_t::ocisim_world_t(const std::vector<ocisim::InstanceSpec>& instances)
+ocisim_world_t::ocisim_world_t(const std::vector<ocisim::InstanceSetup>& instances)
 {
     set_world(ocisim::make_world(instances));
     set_process_env(L"OCISIM_SCENARIO", folder_.file(L"scenario.txt"));

@@ -17,7 +17,7 @@ namespace test {
 // the environment for the life of the object, and the journal it writes.
 class ocisim_world_t {
 public:
-    explicit ocisim_world_t(const std::vector<ocisim::InstanceSpec>& instances = {});
+    explicit ocisim_world_t(const std::vector<ocisim::InstanceSetup>& instances = {});
     ~ocisim_world_t();
     ocisim_world_t(const ocisim_world_t&) = delete;
     ocisim_world_t& operator=(const ocisim_world_t&) = delete;

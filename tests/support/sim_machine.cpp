@@ -11,13 +11,13 @@ sim_machine_t::sim_machine_t() : home_path_(world_.folder().file(L"home"))
     registry_.set_string(key, L"ORACLE_HOME_NAME", L"SimHome1");
 }
 
-void sim_machine_t::add_instance(const ocisim::InstanceSpec& spec, bool is_asm)
+void sim_machine_t::add_instance(const ocisim::InstanceSetup& setup, bool is_asm)
 {
-    const std::wstring sid(spec.sid.begin(), spec.sid.end());
+    const std::wstring sid(setup.sid.begin(), setup.sid.end());
     const std::wstring service = std::wstring(is_asm ? L"OracleASMService" : L"OracleService") + sid;
     registry_.set_string(L"SYSTEM\\CurrentControlSet\\Services\\" + service, L"ImagePath",
                          home_path_ + L"\\bin\\oracle.exe " + sid, REG_EXPAND_SZ);
-    ocisim::add_instance(instances_, spec);
+    ocisim::add_instance(instances_, setup);
     world_.set_world(instances_);
 }
 

@@ -16,7 +16,7 @@ public:
     sim_machine_t();
 
     // An instance served by OracleService<SID> (or OracleASMService<SID>) of the home.
-    void add_instance(const ocisim::InstanceSpec& spec, bool is_asm = false);
+    void add_instance(const ocisim::InstanceSetup& setup, bool is_asm = false);
 
     ocisim_world_t& world() { return world_; }
     // Whether the simulator was asked to attach to `sid`.

@@ -13,16 +13,16 @@ std::string join(const std::string& folder, const std::string& name) {
 
 }  // namespace
 
-World make_world(const std::vector<InstanceSpec>& instances) {
+World make_world(const std::vector<InstanceSetup>& instances) {
     World world;
-    for (const InstanceSpec& spec : instances) add_instance(world, spec);
+    for (const InstanceSetup& setup : instances) add_instance(world, setup);
     return world;
 }
 
-Instance& add_instance(World& world, const InstanceSpec& spec) {
-    Instance& instance = world.add_instance(spec.sid);
-    for (const auto& [key, value] : spec.properties) instance.set(key, value);
-    for (const auto& [kind, fields] : spec.records) instance.add(kind, fields);
+Instance& add_instance(World& world, const InstanceSetup& setup) {
+    Instance& instance = world.add_instance(setup.sid);
+    for (const auto& [key, value] : setup.properties) instance.set(key, value);
+    for (const auto& [kind, fields] : setup.records) instance.add(kind, fields);
     return instance;
 }
 

@@ -22,17 +22,17 @@ namespace ocisim {
 
 // An instance written in one expression: its properties and its records, in order.
 //   ocisim::make_world({{"ORCL", {{"status", "DOWN"}}, {{"fault", {{"kind", "hang"}, {"at", "status"}}}}}})
-struct InstanceSpec {
-    InstanceSpec(std::string sid_, Fields properties_ = {}, std::vector<std::pair<std::string, Fields>> records_ = {})
+struct InstanceSetup {
+    InstanceSetup(std::string sid_, Fields properties_ = {}, std::vector<std::pair<std::string, Fields>> records_ = {})
         : sid(std::move(sid_)), properties(std::move(properties_)), records(std::move(records_)) {}
 
     std::string sid;
     Fields properties;
     std::vector<std::pair<std::string, Fields>> records;
 };
-World make_world(const std::vector<InstanceSpec>& instances);
+World make_world(const std::vector<InstanceSetup>& instances);
 // Adds one instance of the shape above to `world`.
-Instance& add_instance(World& world, const InstanceSpec& spec);
+Instance& add_instance(World& world, const InstanceSetup& setup);
 
 // Writes `world` as the scenario at `path` and removes the state file a previous run
 // left beside it, so the next attach starts from this scenario.

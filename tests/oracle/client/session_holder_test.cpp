@@ -20,7 +20,7 @@ using testing::HasSubstr;
 namespace {
 
 // An instance whose user "system" may log on, but not as SYSDBA.
-ocisim::InstanceSpec instance(const std::string& sid, const ocisim::Fields& properties = {},
+ocisim::InstanceSetup instance(const std::string& sid, const ocisim::Fields& properties = {},
                               std::vector<std::pair<std::string, ocisim::Fields>> records = {})
 {
     records.push_back({"user", {{"name", "system"}, {"password", "manager"}}});

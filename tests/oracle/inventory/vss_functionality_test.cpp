@@ -40,7 +40,7 @@ std::wstring Writer(const std::string& sid)
 TEST(DbActiveCheck, OnlyAnOpenInactiveDatabaseOrAHangCountsAgainstItAndARefusedLogonDoesNot)
 {
     sim_machine_t machine;
-    const ocisim::InstanceSpec instances[] = {
+    const ocisim::InstanceSetup instances[] = {
         {"ORCL", {{"status", "OPEN"}}},
         {"DOWN", {{"status", "DOWN"}}},
         {"SUSP", {{"database_status", "SUSPENDED"}}},
@@ -48,7 +48,7 @@ TEST(DbActiveCheck, OnlyAnOpenInactiveDatabaseOrAHangCountsAgainstItAndARefusedL
         {"HANG", {}, {{"fault", {{"kind", "hang"}, {"at", "session_begin"}}}}},
         {"SLOW", {}, {{"fault", {{"kind", "hang"}, {"at", "status"}}}}},
     };
-    for (const ocisim::InstanceSpec& instance : instances)
+    for (const ocisim::InstanceSetup& instance : instances)
         machine.add_instance(instance);
     test::strict_log_t capture;
     const auto check = [&](const std::string& sid) {
