@@ -11,10 +11,12 @@
 
 using specific::oracle::COracleConfig;
 
+namespace {
+
 // Every value read from the registry shows in the configuration dump, checked
 // line for line by the end-to-end run of the library; here: what is left when
 // the key or a value of the right type is missing.
-TEST(oracle_config, missing_key_or_values_of_another_type_keep_the_defaults_silently)
+TEST(OracleConfig, MissingKeyOrValuesOfAnotherTypeKeepTheDefaultsSilently)
 {
     wchar_t folder[MAX_PATH + 1] = {};
     ASSERT_EQ(S_OK, SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, 0, folder));
@@ -46,3 +48,5 @@ TEST(oracle_config, missing_key_or_values_of_another_type_keep_the_defaults_sile
     EXPECT_EQ(9, config.agentTtlSec);
     EXPECT_TRUE(capture.receiver->blocks.empty());
 }
+
+} // namespace

@@ -19,9 +19,7 @@ public:
     std::vector<std::wstring> paths;
 };
 
-} // namespace
-
-TEST(lib_ctx, file_access_is_asked_of_the_context_access_object)
+TEST(LibCtx, FileAccessIsAskedOfTheContextAccessObject)
 {
     EXPECT_NO_THROW(win::check_access(std::wstring(L"\\\\server\\share\\x")));
     const auto ctx = util::get_lib_ctx();
@@ -35,7 +33,7 @@ TEST(lib_ctx, file_access_is_asked_of_the_context_access_object)
     EXPECT_EQ((std::vector<std::wstring>{L"C:\\w\u00e9de", L"C:\\n\u00e4rrow"}), recorder->paths);
 }
 
-TEST(lib_ctx, teardown_clears_the_console_multiplexors_with_a_note)
+TEST(LibCtx, TeardownClearsTheConsoleMultiplexorsWithANote)
 {
     log_capture_t capture;
     std::weak_ptr<std::ostream> output;
@@ -52,3 +50,5 @@ TEST(lib_ctx, teardown_clears_the_console_multiplexors_with_a_note)
     { util::CCommonLibCtx empty; }
     EXPECT_TRUE(quiet.receiver->blocks.empty());
 }
+
+} // namespace

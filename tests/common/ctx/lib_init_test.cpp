@@ -10,9 +10,11 @@
 #include "support/registry_sandbox.h"
 #include "support/temp_folder.h"
 
+namespace {
+
 // The library itself passes no arguments; what it writes through the default
 // log is checked line for line by the end-to-end run.
-TEST(init_common_lib, log_word_names_the_log_without_regard_to_case_and_without_a_path_falls_back_to_the_default_log)
+TEST(InitCommonLib, LogWordNamesTheLogWithoutRegardToCaseAndWithoutAPathFallsBackToTheDefaultLog)
 {
     test::temp_folder_t temp;
     // Puts the receiver back, so that the log file is closed before its folder goes.
@@ -28,3 +30,5 @@ TEST(init_common_lib, log_word_names_the_log_without_regard_to_case_and_without_
     EXPECT_EQ(fallback, util::init_common_lib(L"agent.log", {L"-log"}));
     EXPECT_EQ(fallback, logging::get_log()->receiver()->path());
 }
+
+} // namespace

@@ -41,15 +41,13 @@ const name_row_t name_rows[] = {
     {{11, 0, ws, 0, x64, false}, "Unknown Windows 11.0"},
 };
 
-} // namespace
-
-TEST(os_version_name, names_the_system_from_its_numbers_and_product)
+TEST(OsVersionName, NamesTheSystemFromItsNumbersAndProduct)
 {
     for (const name_row_t& row : name_rows)
         EXPECT_EQ(row.name, util::os_version_name(row.traits)) << row.name;
 }
 
-TEST(os_version_text, adds_numbers_and_service_pack_only_when_there_is_one_also_for_the_running_system)
+TEST(OsVersionText, AddsNumbersAndServicePackOnlyWhenThereIsOneAlsoForTheRunningSystem)
 {
     EXPECT_EQ("Windows Server 2012 R2 (6.3.9600)",
               util::os_version_text("Windows Server 2012 R2", 6, 3, 9600, 0, 0));
@@ -65,7 +63,7 @@ TEST(os_version_text, adds_numbers_and_service_pack_only_when_there_is_one_also_
         << text;
 }
 
-TEST(os_version_search, passes_plain_mismatches_and_stops_at_another_error_or_the_limit)
+TEST(OsVersionSearch, PassesPlainMismatchesAndStopsAtAnotherErrorOrTheLimit)
 {
     int calls = 0;
     auto match_at = [&](DWORD hit, DWORD failing) {
@@ -85,7 +83,7 @@ TEST(os_version_search, passes_plain_mismatches_and_stops_at_another_error_or_th
 }
 
 // Our own version and comments reach the log banner, checked end to end.
-TEST(module_version, gives_empty_comments_when_absent_and_names_a_file_without_resource)
+TEST(ModuleVersion, GivesEmptyCommentsWhenAbsentAndNamesAFileWithoutResource)
 {
     test::temp_folder_t temp;
     const std::wstring path = temp.file(L"not-a-module.dll");
@@ -104,3 +102,5 @@ TEST(module_version, gives_empty_comments_when_absent_and_names_a_file_without_r
     EXPECT_TRUE(std::regex_match(util::get_version_string(kernel), std::regex(R"(\d+\.\d+\.\d+\.\d+)")));
     EXPECT_EQ("", util::get_comments(kernel));
 }
+
+} // namespace

@@ -67,9 +67,7 @@ std::shared_ptr<win::impersonation_context_t> register_token_context(const std::
     return context;
 }
 
-} // namespace
-
-TEST(share_of_path, plain_and_long_unc_forms_name_the_same_share_and_local_paths_none)
+TEST(ShareOfPath, PlainAndLongUncFormsNameTheSameShareAndLocalPathsNone)
 {
     EXPECT_EQ(L"\\\\server\\share", win::share_of_path(L"\\\\server\\share\\dir\\f.txt"));
     EXPECT_EQ(L"\\\\server\\share", win::share_of_path(L"\\\\?\\UNC\\server\\share\\dir\\f.txt"));
@@ -80,7 +78,7 @@ TEST(share_of_path, plain_and_long_unc_forms_name_the_same_share_and_local_paths
         EXPECT_EQ(L"", win::share_of_path(path)) << util::wide_to_utf8(path);
 }
 
-TEST(logon_user, domain_upn_and_local_names_log_on_interactively_with_the_decoded_password_and_failures_name_the_user)
+TEST(LogonUser, DomainUpnAndLocalNamesLogOnInteractivelyWithTheDecodedPasswordAndFailuresNameTheUser)
 {
     recording_logon_api_t api;
     win::CAccessToken token;
@@ -101,7 +99,7 @@ TEST(logon_user, domain_upn_and_local_names_log_on_interactively_with_the_decode
                 HasSubstr("Failed to logon UPN user [bob@corp.example]"));
 }
 
-TEST(get_session, local_paths_log_nothing_and_unknown_shares_log_the_miss)
+TEST(GetSession, LocalPathsLogNothingAndUnknownSharesLogTheMiss)
 {
     log_capture_t capture;
     for (auto session : {win::get_session(std::wstring(L"C:\\data\\f.txt")),
@@ -114,7 +112,7 @@ TEST(get_session, local_paths_log_nothing_and_unknown_shares_log_the_miss)
               capture.texts());
 }
 
-TEST(get_session, nested_sessions_impersonate_once_and_revert_with_the_outer_one)
+TEST(GetSession, NestedSessionsImpersonateOnceAndRevertWithTheOuterOne)
 {
     auto context = register_token_context(L"\\\\nest-host\\Share");
     log_capture_t capture;
@@ -141,7 +139,7 @@ TEST(get_session, nested_sessions_impersonate_once_and_revert_with_the_outer_one
                                     "' will be performed under impersonation context."));
 }
 
-TEST(get_session, narrow_path_falls_back_to_utf8_when_the_ansi_reading_finds_nothing)
+TEST(GetSession, NarrowPathFallsBackToUtf8WhenTheAnsiReadingFindsNothing)
 {
     auto context = register_token_context(L"\\\\utf-host\\d\u00e9p\u00f4t");
     log_capture_t capture;
@@ -156,7 +154,7 @@ TEST(get_session, narrow_path_falls_back_to_utf8_when_the_ansi_reading_finds_not
     EXPECT_EQ(0u, lines[1].find("Found impersonation context for share [\\\\utf-host\\d"));
 }
 
-TEST(impersonation_session, failed_token_duplication_is_inactive_without_error_and_unknown_context_fails)
+TEST(ImpersonationSession, FailedTokenDuplicationIsInactiveWithoutErrorAndUnknownContextFails)
 {
     auto context = std::make_shared<win::impersonation_context_t>();
     context->token = win::shared_handle_t(reinterpret_cast<HANDLE>(0x1234), [](HANDLE) {});
@@ -178,7 +176,7 @@ TEST(impersonation_session, failed_token_duplication_is_inactive_without_error_a
     EXPECT_FALSE(win::win_impersonation_session_t(context).active());
 }
 
-TEST(access_token, closes_its_token_when_replaced_and_when_it_goes_and_impersonates_only_a_token)
+TEST(AccessToken, ClosesItsTokenWhenReplacedAndWhenItGoesAndImpersonatesOnlyAToken)
 {
     EXPECT_EQ("User credentials not specified or logon error",
               failure_text([] { win::impersonate(nullptr); }));
@@ -197,3 +195,5 @@ TEST(access_token, closes_its_token_when_replaced_and_when_it_goes_and_impersona
     }
     EXPECT_FALSE(GetHandleInformation(second, &flags));
 }
+
+} // namespace
