@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 
 using logs_test::CLogsMachine;
@@ -147,4 +148,92 @@ TEST(LogsBackup, WithoutStagingDescribesLocalLogsInPlaceCopiesAsmAndRemovalKeeps
     EXPECT_THAT(machine.Files(machine.ArchFolder()),
                 ElementsAre("ARC0000000001_0001.ARC", "ARC0000000002_0001.ARC", "ARC0000000005_0001.ARC",
                             "ARC0000000007_0001.ARC", "foreign.xml.bak", "{G3}"));
+}
+
+TEST(LogsBackup, StagedCopiesLeaveFailedLogsOutWithoutPartialFilesAndTheFolderToolsRejectBadInput)
+{
+    CLogsMachine machine("", kLogs, SLogsConfig{true, true, L""});
+    machine.WriteArchFile(L"ARC0000000001_0001.ARC", 1000);
+    machine.WriteArchFile(L"ARC0000000002_0001.ARC", 0x180000);
+    // Held without sharing by another process: the copy can't read it.
+    HANDLE locker = CreateFileW((machine.ArchFolder() + L"\\ARC0000000002_0001.ARC").c_str(),
+                                GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(locker, INVALID_HANDLE_VALUE);
+
+    std::wstring document;
+    ASSERT_EQ(machine.BackupLogs(L"1", document), S_OK) << util::wide_to_utf8(document);
+    CloseHandle(locker);
+    const std::string masked = machine.Mask(document);
+    const std::string current =
+        "firstTimeUtc=\"2024/01/01 06:00:00\" nextChange=\"1000000\" nextTimeUtc=\"<NOW>\"";
+    EXPECT_EQ(masked, "<archived_logs>\n    " +
+                          Element("<LOGS>\\{G1}", "1024", "4", Times(4), "<LOGS>\\{G1}.xml", true) + "\n    " +
+                          Element("<LOGS>\\{G2}", "1024", "7", current, "<LOGS>\\{G2}.xml", true, "1100000001") +
+                          "\n</archived_logs>\n");
+    EXPECT_THAT(machine.Files(machine.LogsFolder()), ElementsAre("{G1}", "{G1}.xml", "{G2}", "{G2}.xml"));
+    std::vector<std::string> failures;
+    for (const std::string& line : machine.LogLines())
+        if (line.find("Failed to copy archived log") != std::string::npos)
+            failures.push_back(machine.Mask(line).substr(0, machine.Mask(line).find(" to [")));
+    EXPECT_THAT(failures, ElementsAre("oralib| WARN|Failed to copy archived log from [<ARCH>\\ARC0000000002_0001.ARC]",
+                                      "oralib| WARN|Failed to copy archived log from [<ARCH>\\ARC0000000006_0001.ARC]"));
+    EXPECT_THAT(machine.Statements()[6], testing::EndsWith("WHERE CREATOR != 'LGWR' AND RECID > 1"));
+
+    // One broken description fails the enumeration; only ".xml" exactly is read.
+    const std::wstring broken = machine.LogsFolder() + L"\\broken.xml";
+    CopyFileW((machine.LogsFolder() + L"\\" + document.substr(document.find(L"xmlLogPath=\"") + 12 +
+                                                               machine.LogsFolder().size() + 1, 42))
+                  .c_str(),
+              (machine.LogsFolder() + L"\\COPY.XML").c_str(), FALSE);
+    std::wstring text;
+    ASSERT_EQ(machine.EnumLogs(text), S_OK);
+    EXPECT_EQ(Sorted(Lines(machine.Mask(text))), Sorted(Lines(masked)));
+    std::ofstream(broken.c_str()) << "<archived_log logPath=";
+    ASSERT_EQ(machine.EnumLogs(text), E_FAIL);
+    EXPECT_THAT(util::wide_to_utf8(text),
+                testing::EndsWith("--tr:Failed to enum oracle logs description\n--tr:Oracle manager failed to enum logs"));
+    DeleteFileW(broken.c_str());
+
+    // Removal stops at an element without logPath: the ones before it are gone.
+    std::wstring bad = document;
+    bad.insert(bad.find(L"    <archived_log", bad.find(L"/>")), L"    <archived_log size=\"1\" />\n");
+    ASSERT_EQ(machine.RemoveLogsInTemp(bad, text), E_FAIL);
+    EXPECT_EQ(util::wide_to_utf8(text), "Attribute value is not specified. Attribute: [logPath].\n"
+                                        "--tr:Failed to save oracle log description\n"
+                                        "--tr:Oracle manager failed to remove logs in temp");
+    EXPECT_THAT(machine.Files(machine.LogsFolder()), ElementsAre("COPY.XML", "{G2}", "{G2}.xml"));
+}
+
+TEST(LogsBackup, NothingToCopyGivesABareDocumentAndAnUnwritableDescriptionFailsTheCall)
+{
+    const std::string bare = "<archived_logs />\n";
+    {
+        CLogsMachine machine("", kLogs);
+        std::wstring document;
+        ASSERT_EQ(machine.BackupLogs(L"99", document), S_OK) << util::wide_to_utf8(document);
+        EXPECT_EQ(util::wide_to_utf8(document), bare);
+        EXPECT_EQ(machine.Statements().size(), 7u);
+        EXPECT_THAT(machine.Statements().back(), testing::EndsWith("AND RECID > 99"));
+    }
+    {
+        CLogsMachine closed("status = MOUNTED\n", kLogs);
+        std::wstring document;
+        ASSERT_EQ(closed.BackupLogs(L"", document), S_OK) << util::wide_to_utf8(document);
+        EXPECT_EQ(util::wide_to_utf8(document), bare);
+        EXPECT_THAT(closed.Statements(), ElementsAre("sql sid=ORCL text=SELECT DBID FROM V$DATABASE",
+                                                     "sql sid=ORCL text=SELECT STATUS FROM V$INSTANCE"));
+    }
+    {
+        test::temp_folder_t folder;
+        std::ofstream(folder.file(L"logs").c_str()) << "a file where the folder should be";
+        CLogsMachine machine("", kLogs, SLogsConfig{false, true, folder.file(L"logs")});
+        machine.WriteArchFile(L"ARC0000000001_0001.ARC", 1000);
+        std::wstring error;
+        ASSERT_EQ(machine.BackupLogs(L"", error), E_FAIL);
+        EXPECT_THAT(util::wide_to_utf8(error),
+                    testing::EndsWith("--tr:Failed to save oracle log description\n"
+                                      "--tr:Failed to backup logs to path: " +
+                                      util::wide_to_utf8(folder.file(L"logs")) +
+                                      "\n--tr:Oracle manager failed to backup archived logs"));
+    }
 }
