@@ -14,9 +14,8 @@
 
 using logs_test::CLogsMachine;
 using logs_test::ReadFileText;
-using logs_test::SLogsConfig;
 using testing::ElementsAre;
-using testing::IsEmpty;
+using testing::EndsWith;
 
 namespace {
 
@@ -31,52 +30,43 @@ const std::vector<std::string> kLogs = {
     "name=@ARCH@\\ARC0000000006_0001.ARC | stamp=1006",
 };
 
-std::vector<std::string> Lines(const std::string& text)
+// The non-empty lines of `text`, unindented and sorted.
+std::vector<std::string> SortedLines(const std::string& text)
 {
     std::vector<std::string> lines;
     std::istringstream stream(text);
-    std::string line;
-    while (std::getline(stream, line))
-        lines.push_back(line.substr(line.find_first_not_of(' ')));
-    return lines;
-}
-
-std::vector<std::string> Sorted(std::vector<std::string> lines)
-{
+    for (std::string line; std::getline(stream, line);)
+        if (!line.empty())
+            lines.push_back(line.substr(line.find_first_not_of(' ')));
     std::sort(lines.begin(), lines.end());
     return lines;
 }
 
-// The masked text of every description file in the logs folder, sorted.
-std::vector<std::string> Descriptions(CLogsMachine& machine)
+std::string Element(const std::string& logPath, int seq, const std::string& xml, bool copied)
 {
-    std::vector<std::string> texts;
-    for (const auto& entry : std::filesystem::directory_iterator(machine.LogsFolder()))
-        if (entry.path().extension() == L".xml")
-            texts.push_back(machine.Mask(ReadFileText(entry.path().wstring())));
-    std::sort(texts.begin(), texts.end());
-    return texts;
-}
-
-std::string Element(const std::string& logPath, const std::string& size, const std::string& seq,
-                    const std::string& times, const std::string& xml, bool copied,
-                    const std::string& stamp = std::string())
-{
-    const int n = std::stoi(seq);
-    return "<archived_log logPath=\"" + logPath + "\" size=\"" + size + "\" firstChange=\"" +
-           std::to_string(n * 1000) + "\" " + times + " sid=\"ORCL\" homePath=\"C:\\oracle\\home\" seqNum=\"" +
-           seq + "\" dbId=\"1234567890\" recId=\"" + seq + "\" stamp=\"" + (stamp.empty() ? std::to_string(1000 + n) : stamp) +
-           "\" xmlLogPath=\"" + xml + "\" isLogCopied=\"" + (copied ? "true" : "false") +
-           "\" creationUsn=\"usn-77\" creationTimeUtc=\"<CALL>\" />";
-}
-
-std::string Times(int seq)
-{
-    char text[160];
-    snprintf(text, sizeof(text),
+    char times[160];
+    snprintf(times, sizeof(times),
              "firstTimeUtc=\"2024/01/01 %02d:00:00\" nextChange=\"%d\" nextTimeUtc=\"2024/01/01 %02d:00:00\"",
              seq - 1, (seq + 1) * 1000, seq);
-    return text;
+    const std::string current =
+        "firstTimeUtc=\"2024/01/01 06:00:00\" nextChange=\"1000000\" nextTimeUtc=\"<NOW>\"";
+    const std::string n = std::to_string(seq);
+    return "    <archived_log logPath=\"" + logPath + "\" size=\"" + (seq < 3 ? n + "000" : "1024") +
+           "\" firstChange=\"" + n + "000\" " + (seq == 7 ? current : times) +
+           " sid=\"ORCL\" homePath=\"C:\\oracle\\home\" seqNum=\"" + n + "\" dbId=\"1234567890\" recId=\"" + n +
+           "\" stamp=\"" + (seq == 7 ? "1100000001" : std::to_string(1000 + seq)) + "\" xmlLogPath=\"" + xml +
+           "\" isLogCopied=\"" + (copied ? "true" : "false") +
+           "\" creationUsn=\"usn-77\" creationTimeUtc=\"<CALL>\" />\n";
+}
+
+// Every description file in the logs folder, one after the other.
+std::string Descriptions(const CLogsMachine& machine)
+{
+    std::string texts;
+    for (const auto& entry : std::filesystem::directory_iterator(machine.LogsFolder()))
+        if (entry.path().extension() == L".xml")
+            texts += ReadFileText(entry.path().wstring());
+    return texts;
 }
 
 } // namespace
@@ -90,27 +80,19 @@ TEST(LogsBackup, WithoutStagingDescribesLocalLogsInPlaceCopiesAsmAndRemovalKeeps
 
     std::wstring document;
     ASSERT_EQ(machine.BackupLogs(L"", document), S_OK) << util::wide_to_utf8(document);
-    const std::string current =
-        "firstTimeUtc=\"2024/01/01 06:00:00\" nextChange=\"1000000\" nextTimeUtc=\"<NOW>\"";
-    EXPECT_EQ(machine.Mask(document),
-              "<archived_logs>\n    " +
-                  Element("<ARCH>\\ARC0000000001_0001.ARC", "1000", "1", Times(1), "<LOGS>\\{G1}.xml", false) +
-                  "\n    " +
-                  Element("<ARCH>\\ARC0000000002_0001.ARC", "2000", "2", Times(2), "<LOGS>\\{G2}.xml", false) +
-                  "\n    " + Element("<LOGS>\\{G3}", "1024", "4", Times(4), "<LOGS>\\{G3}.xml", true) +
-                  "\n    " +
-                  Element("<ARCH>\\ARC0000000007_0001.ARC", "1024", "7", current, "<LOGS>\\{G4}.xml", false, "1100000001") +
-                  "\n</archived_logs>\n");
-    // The deleted log and the vanished one are left out, without a description.
+    const std::string masked = machine.Mask(document);
+    EXPECT_EQ(masked, "<archived_logs>\n" +
+                          Element("<ARCH>\\ARC0000000001_0001.ARC", 1, "<LOGS>\\{G1}.xml", false) +
+                          Element("<ARCH>\\ARC0000000002_0001.ARC", 2, "<LOGS>\\{G2}.xml", false) +
+                          Element("<LOGS>\\{G3}", 4, "<LOGS>\\{G3}.xml", true) +
+                          Element("<ARCH>\\ARC0000000007_0001.ARC", 7, "<LOGS>\\{G4}.xml", false) +
+                          "</archived_logs>\n");
+    // The deleted log and the vanished one are left out, without a description;
+    // each description is its element alone.
     EXPECT_THAT(machine.Files(machine.LogsFolder()),
                 ElementsAre("{G1}.xml", "{G2}.xml", "{G3}", "{G3}.xml", "{G4}.xml"));
-    std::vector<std::string> elements = Lines(machine.Mask(document));
-    elements = std::vector<std::string>(elements.begin() + 1, elements.end() - 1);
-    std::vector<std::string> files;
-    for (const std::string& text : Descriptions(machine))
-        files.push_back(text.substr(0, text.size() - 1));
-    EXPECT_EQ(files, Sorted(elements));
-
+    EXPECT_EQ(SortedLines("<archived_logs>\n" + machine.Mask(Descriptions(machine)) + "</archived_logs>\n"),
+              SortedLines(masked));
     EXPECT_THAT(machine.Statements(),
                 ElementsAre("sql sid=ORCL text=SELECT DBID FROM V$DATABASE",
                             "sql sid=ORCL text=SELECT STATUS FROM V$INSTANCE",
@@ -127,71 +109,57 @@ TEST(LogsBackup, WithoutStagingDescribesLocalLogsInPlaceCopiesAsmAndRemovalKeeps
                             "'ARC0000000004_0001.ARC', 'DIR2_', '{G3}');\\n END;",
                             "sql sid=ORCL text=DROP DIRECTORY DIR1_", "sql sid=ORCL text=DROP DIRECTORY DIR2_"));
 
-    // The enumeration finds the same descriptions; a foreign file and a file
-    // of a copy's name elsewhere are named by no document.
+    // Removal of the enumerated document: a foreign file beside the copies and
+    // a file of a copy's name among Oracle's logs are named by no document.
     std::wstring listed;
     ASSERT_EQ(machine.EnumLogs(listed), S_OK);
-    std::vector<std::string> listedLines = Lines(machine.Mask(listed));
-    EXPECT_EQ(Sorted(listedLines), Sorted(Lines(machine.Mask(document))));
-    machine.WriteArchFile(L"foreign.xml.bak", 10);
-    const std::wstring copyAt = L"logPath=\"" + machine.LogsFolder() + L"\\";
-    const size_t at = document.find(copyAt);
-    ASSERT_NE(at, std::wstring::npos);
-    const std::wstring copyName = document.substr(at + copyAt.size(), 38);
-    machine.WriteArchFile(copyName, 10);
-    CopyFileW((machine.ArchFolder() + L"\\foreign.xml.bak").c_str(),
-              (machine.LogsFolder() + L"\\foreign.bin").c_str(), FALSE);
-
+    EXPECT_EQ(SortedLines(machine.Mask(listed)), SortedLines(masked));
+    const size_t copyAt = document.find(L"{", document.find(L"logPath=\"" + machine.LogsFolder()));
+    machine.WriteArchFile(document.substr(copyAt, 38), 10);
+    std::ofstream((machine.LogsFolder() + L"\\foreign.bin").c_str()) << "foreign";
     std::wstring error;
     ASSERT_EQ(machine.RemoveLogsInTemp(listed, error), S_OK) << util::wide_to_utf8(error);
     EXPECT_THAT(machine.Files(machine.LogsFolder()), ElementsAre("foreign.bin"));
     EXPECT_THAT(machine.Files(machine.ArchFolder()),
                 ElementsAre("ARC0000000001_0001.ARC", "ARC0000000002_0001.ARC", "ARC0000000005_0001.ARC",
-                            "ARC0000000007_0001.ARC", "foreign.xml.bak", "{G3}"));
+                            "ARC0000000007_0001.ARC", "{G3}"));
 }
 
 TEST(LogsBackup, StagedCopiesLeaveFailedLogsOutWithoutPartialFilesAndTheFolderToolsRejectBadInput)
 {
-    CLogsMachine machine("", kLogs, SLogsConfig{true, true, L""});
+    CLogsMachine machine("", kLogs, true);
     machine.WriteArchFile(L"ARC0000000001_0001.ARC", 1000);
     machine.WriteArchFile(L"ARC0000000002_0001.ARC", 0x180000);
-    // Held without sharing by another process: the copy can't read it.
+    // Held without sharing: the copy can't read it.
     HANDLE locker = CreateFileW((machine.ArchFolder() + L"\\ARC0000000002_0001.ARC").c_str(),
                                 GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(locker, INVALID_HANDLE_VALUE);
-
     std::wstring document;
     ASSERT_EQ(machine.BackupLogs(L"1", document), S_OK) << util::wide_to_utf8(document);
     CloseHandle(locker);
     const std::string masked = machine.Mask(document);
-    const std::string current =
-        "firstTimeUtc=\"2024/01/01 06:00:00\" nextChange=\"1000000\" nextTimeUtc=\"<NOW>\"";
-    EXPECT_EQ(masked, "<archived_logs>\n    " +
-                          Element("<LOGS>\\{G1}", "1024", "4", Times(4), "<LOGS>\\{G1}.xml", true) + "\n    " +
-                          Element("<LOGS>\\{G2}", "1024", "7", current, "<LOGS>\\{G2}.xml", true, "1100000001") +
-                          "\n</archived_logs>\n");
+    EXPECT_EQ(masked, "<archived_logs>\n" + Element("<LOGS>\\{G1}", 4, "<LOGS>\\{G1}.xml", true) +
+                          Element("<LOGS>\\{G2}", 7, "<LOGS>\\{G2}.xml", true) + "</archived_logs>\n");
     EXPECT_THAT(machine.Files(machine.LogsFolder()), ElementsAre("{G1}", "{G1}.xml", "{G2}", "{G2}.xml"));
     std::vector<std::string> failures;
-    for (const std::string& line : machine.LogLines())
+    std::istringstream log(machine.Mask(machine.LibraryLog()));
+    for (std::string line; std::getline(log, line);)
         if (line.find("Failed to copy archived log") != std::string::npos)
-            failures.push_back(machine.Mask(line).substr(0, machine.Mask(line).find(" to [")));
+            failures.push_back(line.substr(line.find("> ") + 2, line.find(" to [") - line.find("> ") - 2));
     EXPECT_THAT(failures, ElementsAre("oralib| WARN|Failed to copy archived log from [<ARCH>\\ARC0000000002_0001.ARC]",
                                       "oralib| WARN|Failed to copy archived log from [<ARCH>\\ARC0000000006_0001.ARC]"));
-    EXPECT_THAT(machine.Statements()[6], testing::EndsWith("WHERE CREATOR != 'LGWR' AND RECID > 1"));
 
-    // One broken description fails the enumeration; only ".xml" exactly is read.
-    const std::wstring broken = machine.LogsFolder() + L"\\broken.xml";
-    CopyFileW((machine.LogsFolder() + L"\\" + document.substr(document.find(L"xmlLogPath=\"") + 12 +
-                                                               machine.LogsFolder().size() + 1, 42))
-                  .c_str(),
-              (machine.LogsFolder() + L"\\COPY.XML").c_str(), FALSE);
+    // Only names ending exactly in ".xml" are read, and one broken description
+    // fails the enumeration.
+    std::ofstream((machine.LogsFolder() + L"\\COPY.XML").c_str()) << "<archived_log />";
     std::wstring text;
     ASSERT_EQ(machine.EnumLogs(text), S_OK);
-    EXPECT_EQ(Sorted(Lines(machine.Mask(text))), Sorted(Lines(masked)));
+    EXPECT_EQ(SortedLines(machine.Mask(text)), SortedLines(masked));
+    const std::wstring broken = machine.LogsFolder() + L"\\broken.xml";
     std::ofstream(broken.c_str()) << "<archived_log logPath=";
     ASSERT_EQ(machine.EnumLogs(text), E_FAIL);
     EXPECT_THAT(util::wide_to_utf8(text),
-                testing::EndsWith("--tr:Failed to enum oracle logs description\n--tr:Oracle manager failed to enum logs"));
+                EndsWith("--tr:Failed to enum oracle logs description\n--tr:Oracle manager failed to enum logs"));
     DeleteFileW(broken.c_str());
 
     // Removal stops at an element without logPath: the ones before it are gone.
@@ -206,34 +174,19 @@ TEST(LogsBackup, StagedCopiesLeaveFailedLogsOutWithoutPartialFilesAndTheFolderTo
 
 TEST(LogsBackup, NothingToCopyGivesABareDocumentAndAnUnwritableDescriptionFailsTheCall)
 {
-    const std::string bare = "<archived_logs />\n";
-    {
-        CLogsMachine machine("", kLogs);
-        std::wstring document;
-        ASSERT_EQ(machine.BackupLogs(L"99", document), S_OK) << util::wide_to_utf8(document);
-        EXPECT_EQ(util::wide_to_utf8(document), bare);
-        EXPECT_EQ(machine.Statements().size(), 7u);
-        EXPECT_THAT(machine.Statements().back(), testing::EndsWith("AND RECID > 99"));
-    }
-    {
-        CLogsMachine closed("status = MOUNTED\n", kLogs);
-        std::wstring document;
-        ASSERT_EQ(closed.BackupLogs(L"", document), S_OK) << util::wide_to_utf8(document);
-        EXPECT_EQ(util::wide_to_utf8(document), bare);
-        EXPECT_THAT(closed.Statements(), ElementsAre("sql sid=ORCL text=SELECT DBID FROM V$DATABASE",
-                                                     "sql sid=ORCL text=SELECT STATUS FROM V$INSTANCE"));
-    }
-    {
-        test::temp_folder_t folder;
-        std::ofstream(folder.file(L"logs").c_str()) << "a file where the folder should be";
-        CLogsMachine machine("", kLogs, SLogsConfig{false, true, folder.file(L"logs")});
-        machine.WriteArchFile(L"ARC0000000001_0001.ARC", 1000);
-        std::wstring error;
-        ASSERT_EQ(machine.BackupLogs(L"", error), E_FAIL);
-        EXPECT_THAT(util::wide_to_utf8(error),
-                    testing::EndsWith("--tr:Failed to save oracle log description\n"
-                                      "--tr:Failed to backup logs to path: " +
-                                      util::wide_to_utf8(folder.file(L"logs")) +
-                                      "\n--tr:Oracle manager failed to backup archived logs"));
-    }
+    CLogsMachine machine("", kLogs);
+    std::wstring document;
+    ASSERT_EQ(machine.BackupLogs(L"99", document), S_OK) << util::wide_to_utf8(document);
+    EXPECT_EQ(util::wide_to_utf8(document), "<archived_logs />\n");
+    EXPECT_THAT(machine.Statements().back(), EndsWith("WHERE CREATOR != 'LGWR' AND RECID > 99"));
+
+    test::temp_folder_t folder;
+    std::ofstream(folder.file(L"logs").c_str()) << "a file where the folder should be";
+    CLogsMachine blocked("", kLogs, false, true, folder.file(L"logs"));
+    blocked.WriteArchFile(L"ARC0000000001_0001.ARC", 1000);
+    ASSERT_EQ(blocked.BackupLogs(L"", document), E_FAIL);
+    EXPECT_THAT(util::wide_to_utf8(document),
+                EndsWith("--tr:Failed to save oracle log description\n--tr:Failed to backup logs to path: " +
+                         util::wide_to_utf8(folder.file(L"logs")) +
+                         "\n--tr:Oracle manager failed to backup archived logs"));
 }

@@ -12,28 +12,19 @@
 
 namespace logs_test {
 
-struct SLogsConfig {
-    bool stageLogs = false;
-    bool deleteAbsentLogFiles = true;
-    // Replaces the logs folder of the machine when set.
-    std::wstring logsFolder;
-};
-
 // One database server as the agent sees it through the exports: the simulated
-// instance ORCL, its archive folder on disk, the agent's configuration in a
-// sandboxed registry, and a private copy of orasnap.dll that reads that
-// configuration (a copy under another name keeps singletons of its own).
+// instance ORCL (its archived_log lines say @ARCH@ for the archive folder), the
+// agent's settings in a sandboxed registry, and a private copy of orasnap.dll
+// that reads them (a copy under another name keeps singletons of its own).
 class CLogsMachine {
 public:
-    // `logs` are the scenario's archived_log lines of ORCL; `@ARCH@` in them
-    // stands for the archive folder.
-    CLogsMachine(const std::string& properties, const std::vector<std::string>& logs,
-                 const SLogsConfig& config = SLogsConfig());
+    CLogsMachine(const std::string& properties, const std::vector<std::string>& logs, bool stageLogs = false,
+                 bool deleteAbsentLogFiles = true, const std::wstring& logsFolder = std::wstring());
     ~CLogsMachine();
     CLogsMachine(const CLogsMachine&) = delete;
     CLogsMachine& operator=(const CLogsMachine&) = delete;
 
-    // Each gives the result text (or the error text) and the HRESULT.
+    // Each gives the result text, or else the error text, and the HRESULT.
     HRESULT BackupLogs(const std::wstring& lastRecId, std::wstring& text) const;
     HRESULT EnumLogs(std::wstring& text) const;
     HRESULT RemoveLogsInTemp(const std::wstring& logsXml, std::wstring& text) const;
@@ -42,32 +33,25 @@ public:
 
     const std::wstring& ArchFolder() const { return arch_; }
     const std::wstring& LogsFolder() const { return logs_; }
-    // A file of `size` bytes in the archive folder.
     void WriteArchFile(const std::wstring& name, size_t size) const;
-    // Names of the files in `folder`, sorted; GUIDs as {G1}, {G2}... in the
-    // order of `Mask` calls so far.
+    // Masked names of the files in `folder`, sorted.
     std::vector<std::string> Files(const std::wstring& folder);
-    // The statements the server ran and the errors it answered, in order.
+    // The statements the server ran and the errors it answered, masked.
     std::vector<std::string> Statements();
-    // The lines of the library's log with their time and thread columns cut.
-    std::vector<std::string> LogLines() const;
-    // `text` in UTF-8 with its variable parts named: folders as <ARCH> and
-    // <LOGS>, GUIDs as {G1}..., directory objects as DIR1..., the call's time
-    // as <CALL>, today's times as <NOW>.
-    std::string Mask(const std::wstring& text);
+    std::string LibraryLog() const;
+    // `text` in UTF-8 with its variable parts named: the folders as <ARCH> and
+    // <LOGS>, GUIDs as {G1}... and directory objects as DIR1... in order of
+    // first sight, the call's stamp as <CALL>, times of today as <NOW>.
     std::string Mask(const std::string& text);
-    test::ocisim_world_t& World() { return world_; }
+    std::string Mask(const std::wstring& text);
+    const test::ocisim_world_t& World() const { return world_; }
 
 private:
-    std::string MaskName(const std::string& text, const char* pattern, const char* prefix,
-                         const char* suffix, std::vector<std::string>& names);
-
     test::registry_sandbox_t registry_;
     test::temp_folder_t root_;
     test::ocisim_world_t world_;
     std::wstring arch_;
     std::wstring logs_;
-    std::wstring libraryPath_;
     HMODULE module_ = nullptr;
     std::vector<std::string> guids_;
     std::vector<std::string> directories_;

@@ -13,7 +13,6 @@
 
 #include <cstdio>
 #include <ctime>
-#include <filesystem>
 
 using namespace specific::oracle;
 using logs_test::CLogsMachine;
@@ -170,10 +169,14 @@ TEST(LogsRemover, ClosedDatabaseIsASilentSuccessWithNoStatementPastTheStatusProb
 {
     CLogsMachine mounted("status = MOUNTED\n", {Log(1, "2024/01/01 00:00:00", "2024/01/01 01:00:00")});
     WriteLogFiles(mounted, 1);
-    std::wstring error;
-    EXPECT_EQ(mounted.DeleteLogsByTime(0, error), S_OK) << util::wide_to_utf8(error);
-    EXPECT_EQ(mounted.DeleteLogsBySize(0, error), S_OK) << util::wide_to_utf8(error);
-    EXPECT_THAT(mounted.Statements(), ElementsAre("sql sid=ORCL text=SELECT STATUS FROM V$INSTANCE",
+    std::wstring text;
+    EXPECT_EQ(mounted.BackupLogs(L"", text), S_OK) << util::wide_to_utf8(text);
+    EXPECT_EQ(util::wide_to_utf8(text), "<archived_logs />\n");
+    EXPECT_EQ(mounted.DeleteLogsByTime(0, text), S_OK) << util::wide_to_utf8(text);
+    EXPECT_EQ(mounted.DeleteLogsBySize(0, text), S_OK) << util::wide_to_utf8(text);
+    EXPECT_THAT(mounted.Statements(), ElementsAre("sql sid=ORCL text=SELECT DBID FROM V$DATABASE",
+                                                  "sql sid=ORCL text=SELECT STATUS FROM V$INSTANCE",
+                                                  "sql sid=ORCL text=SELECT STATUS FROM V$INSTANCE",
                                                   "sql sid=ORCL text=SELECT STATUS FROM V$INSTANCE"));
     EXPECT_THAT(mounted.Files(mounted.ArchFolder()), ElementsAre("L1.ARC"));
 }
