@@ -7,12 +7,36 @@
 #include "common/xml/xml.h"
 #include "oracle/logs/arch_log_info.h"
 
+#include <windows.h>
+
 #include <filesystem>
+#include <memory>
+#include <vector>
 
 namespace specific {
 namespace oracle {
 
 namespace {
+
+// The names of the plain files at the top of `folder` that end exactly in
+// ".xml". One directory listing: asking each entry for its type would cost a
+// lookup per file, which is most of an enumeration's time in a full folder.
+std::vector<std::wstring> ListDescriptionFiles(const std::wstring& folder)
+{
+    std::vector<std::wstring> names;
+    WIN32_FIND_DATAW found;
+    const HANDLE search = FindFirstFileW((win::strip_trailing_separator(folder) + L"\\*").c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE)
+        return names;
+    const std::unique_ptr<void, BOOL(WINAPI*)(HANDLE)> closer(search, FindClose);
+    do {
+        const std::wstring name = found.cFileName;
+        if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0 && name.size() > 4 &&
+            name.compare(name.size() - 4, 4, L".xml") == 0)
+            names.push_back(name);
+    } while (FindNextFileW(search, &found));
+    return names;
+}
 
 std::string ReadWholeFile(const std::wstring& path)
 {
@@ -38,10 +62,8 @@ std::wstring EnumLogs(const std::wstring& folder)
         util::xml_document_t document("archived_logs");
         util::xml_node_t root = document.root();
         if (win::file_exists(folder)) {
-            for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-                if (!entry.is_regular_file() || entry.path().extension().native() != L".xml")
-                    continue;
-                const std::wstring path = entry.path().native();
+            for (const std::wstring& name : ListDescriptionFiles(folder)) {
+                const std::wstring path = win::join_path(folder, name);
                 logging::oralib().info("Found xml file: %1", util::wide_to_ansi(path));
                 const std::string content = ReadWholeFile(path);
                 if (content.empty())
