@@ -170,6 +170,14 @@ TEST(LogsBackup, StagedCopiesLeaveFailedLogsOutWithoutPartialFilesAndTheFolderTo
                                         "--tr:Failed to save oracle log description\n"
                                         "--tr:Oracle manager failed to remove logs in temp");
     EXPECT_THAT(machine.Files(machine.LogsFolder()), ElementsAre("COPY.XML", "{G2}", "{G2}.xml"));
+
+    // Documents that name nothing usable fail (or, huge, name no file) and delete nothing.
+    const std::wstring huge = L"<archived_logs><archived_log logPath=\"" + std::wstring(1 << 20, L'x') + L"\" /></archived_logs>";
+    for (const std::wstring& input : {std::wstring(), std::wstring(L"<archived_logs><archived_log"), huge}) {
+        const HRESULT status = machine.RemoveLogsInTemp(input, text);
+        EXPECT_TRUE(input == huge || status == E_FAIL) << util::wide_to_utf8(text.substr(0, 200));
+        EXPECT_THAT(machine.Files(machine.LogsFolder()), ElementsAre("COPY.XML", "{G2}", "{G2}.xml"));
+    }
 }
 
 TEST(LogsBackup, NothingToCopyGivesABareDocumentAndAnUnwritableDescriptionFailsTheCall)
