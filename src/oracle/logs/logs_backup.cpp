@@ -159,8 +159,14 @@ void COracleLogsBackup::CopyLogs(CArchLogList& logs, const std::wstring& folder)
                 operation.ok();
             }
         }
-        if (!log->logPath.empty() && win::file_exists(log->logPath))
-            log->size = util::int_to_wstr(win::file_size(log->logPath));
+        // One query for presence and size: a test and an open per log cost
+        // a third of a large backup's time.
+        WIN32_FILE_ATTRIBUTE_DATA attributes;
+        if (!log->logPath.empty() &&
+            GetFileAttributesExW(log->logPath.c_str(), GetFileExInfoStandard, &attributes) &&
+            (attributes.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
+            log->size = util::int_to_wstr(static_cast<uint64_t>(attributes.nFileSizeHigh) << 32 |
+                                          attributes.nFileSizeLow);
     }
 }
 
