@@ -58,6 +58,9 @@ step "Writing the agent's configuration"
 # A hung instance costs ten seconds here instead of five minutes.
 wine_quiet reg add "$configKey" /v OracleConnectionTimeout /t REG_DWORD /d 10 /f
 echo "  OracleConnectionTimeout: 10 s"
+# Local logs are copied into the log folder too, which lies in the machine's data.
+wine_quiet reg add "$configKey" /v OracleStageLogsBeforeBackup /t REG_DWORD /d 1 /f
+echo "  OracleStageLogsBeforeBackup: 1"
 
 step "Setting up the simulated Oracle server"
 rm -rf "$data"
@@ -69,6 +72,8 @@ dataWin="$(winpath "$data")"
 sed "s|@DATA@|${dataWin//\\/\\\\}|g" "$root/tools/demo/scenario.txt" >"$data/scenario.txt"
 export OCISIM_SCENARIO="$dataWin\\scenario.txt"
 export OCISIM_JOURNAL="$dataWin\\journal.txt"
+wine_quiet reg add "$configKey" /v OracleTempLogPath /t REG_SZ /d "$dataWin\\logs\\" /f
+echo "  OracleTempLogPath: $dataWin\\logs\\"
 grep -E '^\[instance|^(status|log_mode|asm) =' "$data/scenario.txt" | sed 's/^/  /'
 
 step "OracleTest: orasnap.exe test"
@@ -77,6 +82,33 @@ set +e
 "$wine_bin/wine64" "$root/out/bin/orasnap.exe" test </dev/null
 status=$?
 set -e
+
+# Runs orasnap.exe with the arguments, prints its output and its result, and
+# keeps the first failure as the demo's exit status.
+orasnap() {
+    local code=0
+    "$wine_bin/wine64" "$root/out/bin/orasnap.exe" "$@" </dev/null | tr -d '\r' | tee "$data/last.txt" || code=$?
+    echo "  -> result: $([ "$code" -eq 0 ] && echo S_OK || echo E_FAIL)"
+    if [ "$code" -ne 0 ] && [ "$status" -eq 0 ]; then status=$code; fi
+}
+
+step "OracleBackupLogs of ORCL, staging on: orasnap.exe backup-logs"
+orasnap backup-logs "$home" ORCL usn-1 ""
+cp "$data/last.txt" "$data/backup.xml"
+
+step "The log folder ($data/logs)"
+ls -l "$data/logs" | sed 1d | sed 's/^/  /'
+
+step "OracleEnumLogs: orasnap.exe enum-logs"
+orasnap enum-logs
+
+step "OracleRemoveLogsInTemp with the backup's document: orasnap.exe remove-logs"
+orasnap remove-logs "$dataWin\\backup.xml"
+echo "  log folder now: $(ls "$data/logs" | wc -l) files; archive folder: $(ls "$data/ORCL/arch" | tr '\n' ' ')"
+
+step "OracleDeleteLogsByTime of ORCL, 0 minutes: orasnap.exe delete-logs-by-time"
+orasnap delete-logs-by-time "$home" ORCL 0
+echo "  archive folder now: $(ls "$data/ORCL/arch" | tr '\n' ' ')"
 
 step "What the simulated server was asked (out/demo/machine/journal.txt)"
 if [ -f "$data/journal.txt" ]; then

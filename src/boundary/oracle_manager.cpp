@@ -8,7 +8,13 @@
 #include "common/win/file.h"
 #include "common/xml/xml.h"
 #include "oracle/backup/backup_meta.h"
+#include "oracle/client/instance_status.h"
+#include "oracle/client/session_holder.h"
+#include "oracle/logs/logs_backup.h"
+#include "oracle/logs/logs_folder.h"
+#include "oracle/logs/logs_remover.h"
 
+#include <ctime>
 #include <iostream>
 
 namespace specific {
@@ -22,6 +28,27 @@ void check_document(const std::wstring& xml)
 {
     util::xml_document_t document;
     document.parse(util::wide_to_utf8(xml));
+}
+
+// A down instance is never asked whether its database is active.
+bool is_open_and_active(const std::shared_ptr<COracleSession>& session)
+{
+    COracleInstanceStatus status;
+    return status.IsInstanceOpen(session, false) && status.IsDbActive(session);
+}
+
+// The deletion limit: now, `minutes` earlier, in UTC, to the second.
+std::wstring utc_limit_text(int32_t minutes)
+{
+    // In whole seconds of time_t: any int32 count of minutes fits without overflow.
+    const time_t seconds = time(nullptr) - static_cast<time_t>(minutes) * 60;
+    const tm* utc = gmtime(&seconds);
+    char buffer[256] = {};
+    if (utc == nullptr || strftime(buffer, sizeof(buffer), "%d/%m/%Y %H:%M:%S", utc) == 0)
+        throw exc::runtime_exc_t("The time %1 minutes before now has no UTC form.",
+                                 util::int_to_str(minutes));
+    logging::oralib().info("UTC start time: %1", std::string(buffer));
+    return util::ansi_to_wide(buffer);
 }
 
 } // namespace
@@ -43,27 +70,35 @@ std::wstring COracleManager::ExploreInstances(bool, const SOracleCredentials&,
     }
 }
 
-void COracleManager::DeleteLogsByTime(const std::wstring&, const std::wstring& sid, int32_t,
-                                      const SOracleCredentials&)
+void COracleManager::DeleteLogsByTime(const std::wstring& homePath, const std::wstring& sid,
+                                      int32_t minutes, const SOracleCredentials& credentials)
 {
     try {
-        logging::log_operation_t operation(logging::oralib(),
-                                           "Deleting oracle logs by time. Sid: %1",
-                                           util::wide_to_ansi(sid));
-        throw exc::runtime_exc_t("Deleting archived logs by time is not built yet.");
+        logging::log_operation_t operation(
+            logging::oralib(),
+            util::format_msg("Deleting oracle logs by time. Sid: %1", util::wide_to_ansi(sid)));
+        const auto holder = std::make_shared<COracleSessionHolder>(sid, homePath, credentials, false);
+        if (is_open_and_active(holder->GetSession()))
+            COracleLogsRemover(holder, COracleConfig::Instance().deleteAbsentLogFiles)
+                .RemoveLogsByTime(utc_limit_text(minutes));
+        operation.ok();
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to delete archived logs by time", caught);
     }
 }
 
-void COracleManager::DeleteLogsBySize(const std::wstring&, const std::wstring& sid, uint64_t,
-                                      const SOracleCredentials&)
+void COracleManager::DeleteLogsBySize(const std::wstring& homePath, const std::wstring& sid,
+                                      uint64_t sizeLimit, const SOracleCredentials& credentials)
 {
     try {
-        logging::log_operation_t operation(logging::oralib(),
-                                           "Deleting oracle logs by size. Sid: %1",
-                                           util::wide_to_ansi(sid));
-        throw exc::runtime_exc_t("Deleting archived logs by size is not built yet.");
+        logging::log_operation_t operation(
+            logging::oralib(),
+            util::format_msg("Deleting oracle logs by size. Sid: %1", util::wide_to_ansi(sid)));
+        const auto holder = std::make_shared<COracleSessionHolder>(sid, homePath, credentials, false);
+        if (is_open_and_active(holder->GetSession()))
+            COracleLogsRemover(holder, COracleConfig::Instance().deleteAbsentLogFiles)
+                .RemoveLogsBySize(sizeLimit);
+        operation.ok();
     } catch (const std::exception& caught) {
         // The word "time" is the line agents have always seen for both deletions.
         exc::throw_nested_trace("Oracle manager failed to delete archived logs by time", caught);
@@ -94,14 +129,18 @@ void COracleManager::FinishDbsBackup(const std::wstring& dbsXml, const SOracleCr
     }
 }
 
-std::wstring COracleManager::BackupLogs(const std::wstring&, const std::wstring& sid,
-                                        const std::wstring&, const std::wstring&,
-                                        const SOracleCredentials&)
+std::wstring COracleManager::BackupLogs(const std::wstring& homePath, const std::wstring& sid,
+                                        const std::wstring& usn, const std::wstring& lastRecId,
+                                        const SOracleCredentials& credentials)
 {
     try {
-        logging::log_operation_t operation(logging::oralib(),
-                                           "Backup oracle logs. Sid: %1", util::wide_to_ansi(sid));
-        throw exc::runtime_exc_t("Backing up archived logs is not built yet.");
+        logging::log_operation_t operation(
+            logging::oralib(), util::format_msg("Backup oracle logs. Sid: %1", util::wide_to_ansi(sid)));
+        const auto holder = std::make_shared<COracleSessionHolder>(sid, homePath, credentials, false);
+        COracleLogsBackup backup(holder, COracleConfig::Instance().stageLogsBeforeBackup);
+        std::wstring document = backup.BackupLogs(GetLogsFolder(), usn, lastRecId);
+        operation.ok();
+        return document;
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to backup archived logs", caught);
     }
@@ -120,8 +159,9 @@ std::wstring COracleManager::EnumLogs()
 {
     try {
         logging::log_operation_t operation(logging::oralib(), "Enumerating oracle logs");
-        GetLogsFolder();
-        throw exc::runtime_exc_t("Enumerating the logs folder is not built yet.");
+        std::wstring document = oracle::EnumLogs(GetLogsFolder());
+        operation.ok();
+        return document;
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to enum logs", caught);
     }
@@ -130,11 +170,12 @@ std::wstring COracleManager::EnumLogs()
 void COracleManager::RemoveLogsInTemp(const std::wstring& logsXml)
 {
     try {
-        logging::log_operation_t operation(logging::oralib(), "Removing oracle logs in temp: %1",
-                                           util::wide_to_ansi(logsXml));
+        logging::log_operation_t operation(
+            logging::oralib(),
+            util::format_msg("Removing oracle logs in temp: %1", util::wide_to_ansi(logsXml)));
         GetLogsFolder();
-        check_document(logsXml);
-        throw exc::runtime_exc_t("Removing archived logs from the logs folder is not built yet.");
+        RemoveLogs(logsXml);
+        operation.ok();
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to remove logs in temp", caught);
     }

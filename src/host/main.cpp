@@ -1,6 +1,8 @@
 // orasnap.exe: runs single library operations from a command line, for operators and support.
 #include <windows.h>
 
+#include <fstream>
+#include <sstream>
 #include <string>
 
 #include "orasnap/orasnap.h"
@@ -51,6 +53,40 @@ int run_folder() {
     return report(hr, result, errorText);
 }
 
+int run_backup_logs(const wchar_t* home, const wchar_t* sid, const wchar_t* usn, const wchar_t* lastRecId) {
+    wchar_t* result = nullptr;
+    wchar_t* errorText = nullptr;
+    const HRESULT hr = OracleBackupLogs(home, sid, usn, lastRecId, L"", L"", &result, &errorText);
+    return report(hr, result, errorText);
+}
+
+int run_enum_logs() {
+    wchar_t* result = nullptr;
+    wchar_t* errorText = nullptr;
+    const HRESULT hr = OracleEnumLogs(&result, &errorText);
+    return report(hr, result, errorText);
+}
+
+// The logs document comes from a file (UTF-8): it is too long for a command line.
+int run_remove_logs(const wchar_t* documentPath) {
+    std::ifstream file(documentPath, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    const std::string text = bytes.str();
+    std::wstring document(text.size(), L'\0');
+    document.resize(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
+                                                            &document[0], static_cast<int>(document.size()))));
+    wchar_t* errorText = nullptr;
+    const HRESULT hr = OracleRemoveLogsInTemp(document.c_str(), &errorText);
+    return report(hr, nullptr, errorText);
+}
+
+int run_delete_logs_by_time(const wchar_t* home, const wchar_t* sid, const wchar_t* minutes) {
+    wchar_t* errorText = nullptr;
+    const HRESULT hr = OracleDeleteLogsByTime(home, sid, _wtoi(minutes), L"", L"", &errorText);
+    return report(hr, nullptr, errorText);
+}
+
 }  // namespace
 
 int wmain(int argc, wchar_t** argv) {
@@ -61,6 +97,21 @@ int wmain(int argc, wchar_t** argv) {
     if (command == L"folder" && argc == 2) {
         return run_folder();
     }
-    write_line(STD_ERROR_HANDLE, L"usage: orasnap test [logName]\n       orasnap folder");
+    if (command == L"backup-logs" && argc == 6) {
+        return run_backup_logs(argv[2], argv[3], argv[4], argv[5]);
+    }
+    if (command == L"enum-logs" && argc == 2) {
+        return run_enum_logs();
+    }
+    if (command == L"remove-logs" && argc == 3) {
+        return run_remove_logs(argv[2]);
+    }
+    if (command == L"delete-logs-by-time" && argc == 5) {
+        return run_delete_logs_by_time(argv[2], argv[3], argv[4]);
+    }
+    write_line(STD_ERROR_HANDLE, L"usage: orasnap test [logName]\n       orasnap folder\n"
+                                 L"       orasnap backup-logs <home> <sid> <usn> <lastRecId>\n"
+                                 L"       orasnap enum-logs\n       orasnap remove-logs <logsDocumentFile>\n"
+                                 L"       orasnap delete-logs-by-time <home> <sid> <minutes>");
     return 1;
 }
