@@ -54,41 +54,4 @@ std::wstring format_msg_list(const std::wstring& format, const std::vector<std::
         format, args, [](const wchar_t* s, wchar_t** end) { return std::wcstol(s, end, 10); });
 }
 
-std::string format_msg(const std::string& f, const std::string& a1)
-{
-    return format_msg_list(f, {a1});
-}
-std::string format_msg(const std::string& f, const std::string& a1, const std::string& a2)
-{
-    return format_msg_list(f, {a1, a2});
-}
-std::string format_msg(const std::string& f, const std::string& a1, const std::string& a2,
-                       const std::string& a3)
-{
-    return format_msg_list(f, {a1, a2, a3});
-}
-std::string format_msg(const std::string& f, const std::string& a1, const std::string& a2,
-                       const std::string& a3, const std::string& a4)
-{
-    return format_msg_list(f, {a1, a2, a3, a4});
-}
-std::wstring format_msg(const std::wstring& f, const std::wstring& a1)
-{
-    return format_msg_list(f, {a1});
-}
-std::wstring format_msg(const std::wstring& f, const std::wstring& a1, const std::wstring& a2)
-{
-    return format_msg_list(f, {a1, a2});
-}
-std::wstring format_msg(const std::wstring& f, const std::wstring& a1, const std::wstring& a2,
-                        const std::wstring& a3)
-{
-    return format_msg_list(f, {a1, a2, a3});
-}
-std::wstring format_msg(const std::wstring& f, const std::wstring& a1, const std::wstring& a2,
-                        const std::wstring& a3, const std::wstring& a4)
-{
-    return format_msg_list(f, {a1, a2, a3, a4});
-}
-
 } // namespace util

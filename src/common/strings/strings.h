@@ -24,21 +24,18 @@ std::wstring ansi_to_wide_safe(const std::string& text) noexcept;
 std::string ansi_to_utf8_safe(const std::string& text) noexcept;
 
 // "%N" placeholders, N from 1 to the number of arguments. See format_msg.cpp.
-std::string format_msg(const std::string& format, const std::string& a1);
-std::string format_msg(const std::string& format, const std::string& a1, const std::string& a2);
-std::string format_msg(const std::string& format, const std::string& a1, const std::string& a2,
-                       const std::string& a3);
-std::string format_msg(const std::string& format, const std::string& a1, const std::string& a2,
-                       const std::string& a3, const std::string& a4);
-std::wstring format_msg(const std::wstring& format, const std::wstring& a1);
-std::wstring format_msg(const std::wstring& format, const std::wstring& a1,
-                        const std::wstring& a2);
-std::wstring format_msg(const std::wstring& format, const std::wstring& a1,
-                        const std::wstring& a2, const std::wstring& a3);
-std::wstring format_msg(const std::wstring& format, const std::wstring& a1,
-                        const std::wstring& a2, const std::wstring& a3, const std::wstring& a4);
 std::string format_msg_list(const std::string& format, const std::vector<std::string>& args);
 std::wstring format_msg_list(const std::wstring& format, const std::vector<std::wstring>& args);
+template <typename... Args>
+std::string format_msg(const std::string& format, const Args&... args)
+{
+    return format_msg_list(format, {std::string(args)...});
+}
+template <typename... Args>
+std::wstring format_msg(const std::wstring& format, const Args&... args)
+{
+    return format_msg_list(format, {std::wstring(args)...});
+}
 
 int32_t str_to_int(const std::string& text);
 int32_t str_to_int(const std::wstring& text);
