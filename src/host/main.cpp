@@ -46,24 +46,12 @@ int run_test(const wchar_t* logName) {
     return report(hr, nullptr, errorText);
 }
 
-int run_folder() {
+// Runs an export that hands back a result text and an error text.
+template <typename Call>
+int run_with_result(Call call) {
     wchar_t* result = nullptr;
     wchar_t* errorText = nullptr;
-    const HRESULT hr = OracleGetLogsFolder(&result, &errorText);
-    return report(hr, result, errorText);
-}
-
-int run_backup_logs(const wchar_t* home, const wchar_t* sid, const wchar_t* usn, const wchar_t* lastRecId) {
-    wchar_t* result = nullptr;
-    wchar_t* errorText = nullptr;
-    const HRESULT hr = OracleBackupLogs(home, sid, usn, lastRecId, L"", L"", &result, &errorText);
-    return report(hr, result, errorText);
-}
-
-int run_enum_logs() {
-    wchar_t* result = nullptr;
-    wchar_t* errorText = nullptr;
-    const HRESULT hr = OracleEnumLogs(&result, &errorText);
+    const HRESULT hr = call(&result, &errorText);
     return report(hr, result, errorText);
 }
 
@@ -95,13 +83,15 @@ int wmain(int argc, wchar_t** argv) {
         return run_test(argc == 3 ? argv[2] : L"");
     }
     if (command == L"folder" && argc == 2) {
-        return run_folder();
+        return run_with_result(OracleGetLogsFolder);
     }
     if (command == L"backup-logs" && argc == 6) {
-        return run_backup_logs(argv[2], argv[3], argv[4], argv[5]);
+        return run_with_result([argv](wchar_t** result, wchar_t** errorText) {
+            return OracleBackupLogs(argv[2], argv[3], argv[4], argv[5], L"", L"", result, errorText);
+        });
     }
     if (command == L"enum-logs" && argc == 2) {
-        return run_enum_logs();
+        return run_with_result(OracleEnumLogs);
     }
     if (command == L"remove-logs" && argc == 3) {
         return run_remove_logs(argv[2]);
