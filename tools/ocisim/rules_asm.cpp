@@ -6,7 +6,6 @@ namespace ocisim {
 using namespace rules;
 
 std::vector<Engine::Rule> Engine::asm_rules() {
-    using Args = const std::vector<std::string>&;
     return {
         {"SELECT D.PATH,DG.NAME,D.MODE_STATUS FROM V$ASM_DISK D, V$ASM_DISKGROUP DG WHERE DG.GROUP_NUMBER=D.GROUP_NUMBER",
          [](Engine& e, Args, Binds&) {

@@ -10,7 +10,6 @@ namespace ocisim {
 using namespace rules;
 
 std::vector<Engine::Rule> Engine::file_rules() {
-    using Args = const std::vector<std::string>&;
     return {
         // Files
         {"SELECT NAME FROM V$CONTROLFILE WHERE ROWNUM=1",
@@ -36,10 +35,7 @@ std::vector<Engine::Rule> Engine::file_rules() {
         {"SELECT STATUS FROM V$BACKUP",
          [](Engine& e, Args, Binds&) { return e.listing(&Engine::need_mounted, "datafile", {"backup"}); }},
         {"SELECT NAME FROM V$RECOVERY_FILE_DEST",
-         [](Engine& e, Args, Binds&) {
-             e.need_mounted();
-             return query(1, {{e.instance_.get("recovery_dest")}});
-         }},
+         [](Engine& e, Args, Binds&) { return e.mounted_fact("recovery_dest"); }},
         {"SELECT COUNT(*) FROM V$RESTORE_POINT WHERE GUARANTEE_FLASHBACK_DATABASE='YES'",
          [](Engine& e, Args, Binds&) {
              e.need_mounted();

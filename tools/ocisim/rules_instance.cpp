@@ -9,7 +9,6 @@ namespace ocisim {
 using namespace rules;
 
 std::vector<Engine::Rule> Engine::instance_rules() {
-    using Args = const std::vector<std::string>&;
     return {
         // Instance and session facts
         {"SELECT STATUS FROM V$INSTANCE", [](Engine& e, Args, Binds&) { return query(1, {{e.status()}}); }},
@@ -60,10 +59,7 @@ std::vector<Engine::Rule> Engine::instance_rules() {
              return query(1, {{to_upper(e.instance_.get("name"))}});
          }},
         {"SELECT DBID FROM V$DATABASE",
-         [](Engine& e, Args, Binds&) {
-             e.need_mounted();
-             return query(1, {{e.instance_.get("dbid")}});
-         }},
+         [](Engine& e, Args, Binds&) { return e.mounted_fact("dbid"); }},
         {"SELECT CURRENT_SCN FROM V$DATABASE",
          [](Engine& e, Args, Binds&) {
              e.need_mounted();

@@ -44,7 +44,6 @@ const std::string& active_logs_sql() {
 }  // namespace
 
 std::vector<Engine::Rule> Engine::log_rules() {
-    using Args = const std::vector<std::string>&;
     return {
         {"SELECT SEQUENCE#, NAME FROM V$ARCHIVED_LOG",
          [](Engine& e, Args, Binds&) { return e.listing(&Engine::need_mounted, "archived_log", {"sequence", "name"}); }},

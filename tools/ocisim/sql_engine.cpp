@@ -159,6 +159,11 @@ ResultSet Engine::listing(void (Engine::*need)() const, const std::string& kind,
     return query(fields.size(), rows);
 }
 
+ResultSet Engine::mounted_fact(const std::string& key) const {
+    need_mounted();
+    return query(1, {{instance_.get(key)}});
+}
+
 ResultSet Engine::execute(const std::string& text, Binds& binds) {
     if (rights_.prelim) throw OraError(1012);
     if (status() == "DOWN") throw OraError(3113);

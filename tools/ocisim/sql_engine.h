@@ -91,6 +91,8 @@ private:
     bool asm_file(const std::string& name, std::int64_t& type, std::int64_t& blocks, std::int64_t& blockSize) const;
 
     ResultSet listing(void (Engine::*need)() const, const std::string& kind, const std::vector<std::string>& fields) const;
+    // One property of the instance as a one-value answer; the database must be mounted.
+    ResultSet mounted_fact(const std::string& key) const;
     ResultSet archived_logs(const std::vector<std::string>& args, int shape);
     ResultSet alter_database(const std::string& action);
     ResultSet archive_log(bool all);

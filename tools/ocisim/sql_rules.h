@@ -20,6 +20,8 @@ struct Engine::Rule {
 namespace rules {
 
 using Rows = std::vector<std::vector<std::string>>;
+// The parts a rule's template captured.
+using Args = const std::vector<std::string>&;
 
 ResultSet query(std::size_t columns, Rows rows);
 // A statement that returns no rows.
