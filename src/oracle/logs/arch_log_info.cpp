@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <ctime>
+#include <utility>
 
 namespace specific {
 namespace oracle {
@@ -15,6 +16,21 @@ std::string UtcTimeColumn(const std::string& column)
 {
     return util::format_msg("TO_CHAR(SYS_EXTRACT_UTC(CAST(%1 AS TIMESTAMP)), 'yyyy/mm/dd hh24:mi:ss')",
                             column);
+}
+
+CArchLogList ReadLogs(COracleQueryResult& result, const SArchLogColumns& columns)
+{
+    CArchLogList logs;
+    COracleRow row;
+    while (result.Next(row)) {
+        if (row.size() != columns.size())
+            continue;
+        auto log = std::make_shared<SArchLogInfo>();
+        for (size_t i = 0; i < columns.size(); ++i)
+            (*log).*columns[i] = row[i];
+        logs.push_back(log);
+    }
+    return logs;
 }
 
 std::string CurrentUtcTimeText()
@@ -29,6 +45,22 @@ std::string CurrentUtcTimeText()
     return buffer;
 }
 
+namespace {
+
+// The text attributes of a description, in document order; the copy flag, the
+// creator's USN and the stamp of the call follow them.
+const std::pair<const char*, std::wstring SArchLogInfo::*> kDescribed[] = {
+    {"logPath", &SArchLogInfo::logPath},       {"size", &SArchLogInfo::size},
+    {"firstChange", &SArchLogInfo::firstChange}, {"firstTimeUtc", &SArchLogInfo::firstTimeUtc},
+    {"nextChange", &SArchLogInfo::nextChange},   {"nextTimeUtc", &SArchLogInfo::nextTimeUtc},
+    {"sid", &SArchLogInfo::sid},               {"homePath", &SArchLogInfo::homePath},
+    {"seqNum", &SArchLogInfo::seqNum},         {"dbId", &SArchLogInfo::dbId},
+    {"recId", &SArchLogInfo::recId},           {"stamp", &SArchLogInfo::stamp},
+    {"xmlLogPath", &SArchLogInfo::xmlLogPath},
+};
+
+} // namespace
+
 std::shared_ptr<util::xml_document_t> SaveLogDescription(const SArchLogInfoPtr& info,
                                                          const std::wstring& xmlPath,
                                                          const std::string& creationTimeUtc)
@@ -41,22 +73,10 @@ std::shared_ptr<util::xml_document_t> SaveLogDescription(const SArchLogInfoPtr& 
             return nullptr;
         const auto document = std::make_shared<util::xml_document_t>("archived_log");
         util::xml_node_t element = document->root();
-        const auto text = [](const std::wstring& value) { return util::wide_to_utf8(value); };
-        element.set_attribute("logPath", text(info->logPath));
-        element.set_attribute("size", text(info->size));
-        element.set_attribute("firstChange", text(info->firstChange));
-        element.set_attribute("firstTimeUtc", text(info->firstTimeUtc));
-        element.set_attribute("nextChange", text(info->nextChange));
-        element.set_attribute("nextTimeUtc", text(info->nextTimeUtc));
-        element.set_attribute("sid", text(info->sid));
-        element.set_attribute("homePath", text(info->homePath));
-        element.set_attribute("seqNum", text(info->seqNum));
-        element.set_attribute("dbId", text(info->dbId));
-        element.set_attribute("recId", text(info->recId));
-        element.set_attribute("stamp", text(info->stamp));
-        element.set_attribute("xmlLogPath", text(info->xmlLogPath));
+        for (const auto& [name, field] : kDescribed)
+            element.set_attribute(name, util::wide_to_utf8((*info).*field));
         element.set_attribute("isLogCopied", info->isLogCopied);
-        element.set_attribute("creationUsn", text(info->creationUsn));
+        element.set_attribute("creationUsn", util::wide_to_utf8(info->creationUsn));
         element.set_attribute("creationTimeUtc", creationTimeUtc);
 
         const std::string content = document->to_string();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/xml/xml.h"
+#include "oracle/client/oracle_query.h"
 
 #include <memory>
 #include <string>
@@ -35,6 +36,12 @@ struct SArchLogInfo {
 
 using SArchLogInfoPtr = std::shared_ptr<SArchLogInfo>;
 using CArchLogList = std::vector<SArchLogInfoPtr>;
+
+// The fields a listing's columns fill, in column order.
+using SArchLogColumns = std::vector<std::wstring SArchLogInfo::*>;
+
+// Every row of `result` that has all of `columns`, as a log; shorter rows are skipped.
+CArchLogList ReadLogs(COracleQueryResult& result, const SArchLogColumns& columns);
 
 // The SQL expression that reads a V$ARCHIVED_LOG time column as UTC text,
 // "yyyy/mm/dd hh24:mi:ss".

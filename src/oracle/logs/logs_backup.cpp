@@ -114,20 +114,12 @@ void COracleLogsBackup::GetLogsToCopy(CArchLogList& logs, const std::wstring& la
         if (!lastRecId.empty())
             sql += util::format_msg(" AND RECID > %1", util::wide_to_ansi(lastRecId));
 
-        const auto result = holder->NewQuery()->Exec(sql, 8, false);
-        COracleRow row;
-        while (result->Next(row)) {
-            if (row.size() != 8)
-                continue;
-            auto log = std::make_shared<SArchLogInfo>();
-            log->firstChange = row[0];
-            log->firstTimeUtc = row[1];
-            log->nextChange = row[2];
-            log->nextTimeUtc = row[3];
-            log->oraclePath = row[4];
-            log->seqNum = row[5];
-            log->recId = row[6];
-            log->stamp = row[7];
+        const SArchLogColumns columns = {&SArchLogInfo::firstChange, &SArchLogInfo::firstTimeUtc,
+                                         &SArchLogInfo::nextChange,  &SArchLogInfo::nextTimeUtc,
+                                         &SArchLogInfo::oraclePath,  &SArchLogInfo::seqNum,
+                                         &SArchLogInfo::recId,       &SArchLogInfo::stamp};
+        const auto result = holder->NewQuery()->Exec(sql, static_cast<uint32_t>(columns.size()), false);
+        for (const SArchLogInfoPtr& log : ReadLogs(*result, columns)) {
             log->dbId = dbId;
             log->creationUsn = usn;
             logs.push_back(log);

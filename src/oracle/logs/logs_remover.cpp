@@ -79,9 +79,7 @@ void COracleLogsRemover::RemoveLogsByTime(const std::wstring& thresholdText)
         logging::log_operation_t operation(
             logging::oralib(),
             util::format_msg("Removing archived logs older than: %1", util::wide_to_ansi(thresholdText)));
-        CArchLogList logs;
-        GetActiveLogs(logs);
-        for (const SArchLogInfoPtr& log : logs) {
+        for (const SArchLogInfoPtr& log : GetActiveLogs()) {
             double threshold = 0;
             double first = 0;
             double next = 0;
@@ -108,8 +106,7 @@ void COracleLogsRemover::RemoveLogsBySize(uint64_t sizeLimit)
         logging::log_operation_t operation(
             logging::oralib(),
             util::format_msg("Removing archived logs by size (%1)", util::int_to_str(sizeLimit)));
-        CArchLogList logs;
-        GetActiveLogs(logs);
+        const CArchLogList logs = GetActiveLogs();
         uint64_t total = 0;
         for (const SArchLogInfoPtr& log : logs) {
             // The test comes before the addition: the log that passes the limit is kept.
@@ -128,7 +125,7 @@ void COracleLogsRemover::RemoveLogsBySize(uint64_t sizeLimit)
     }
 }
 
-void COracleLogsRemover::GetActiveLogs(CArchLogList& logs)
+CArchLogList COracleLogsRemover::GetActiveLogs()
 {
     try {
         const std::string sql = util::format_msg(
@@ -136,26 +133,15 @@ void COracleLogsRemover::GetActiveLogs(CArchLogList& logs)
             "RESETLOGS_CHANGE#, BLOCKS*BLOCK_SIZE, \t\t\t%1, %2 FROM V$ARCHIVED_LOG WHERE STATUS != "
             "'D' AND CREATOR != 'LGWR'",
             UtcTimeColumn("FIRST_TIME"), UtcTimeColumn("NEXT_TIME"));
-        const auto result = holder->NewQuery()->Exec(sql, 11, false);
-        COracleRow row;
-        while (result->Next(row)) {
-            if (row.size() != 11)
-                continue;
-            auto log = std::make_shared<SArchLogInfo>();
-            log->firstChange = row[0];
-            log->blockSize = row[1];
-            log->recId = row[2];
-            log->stamp = row[3];
-            log->oraclePath = row[4];
-            log->thread = row[5];
-            log->seqNum = row[6];
-            log->resetlogsChange = row[7];
-            log->size = row[8];
-            log->firstTimeUtc = row[9];
-            log->nextTimeUtc = row[10];
-            logs.push_back(log);
-        }
+        const SArchLogColumns columns = {
+            &SArchLogInfo::firstChange, &SArchLogInfo::blockSize,  &SArchLogInfo::recId,
+            &SArchLogInfo::stamp,       &SArchLogInfo::oraclePath, &SArchLogInfo::thread,
+            &SArchLogInfo::seqNum,      &SArchLogInfo::resetlogsChange, &SArchLogInfo::size,
+            &SArchLogInfo::firstTimeUtc, &SArchLogInfo::nextTimeUtc};
+        const auto result = holder->NewQuery()->Exec(sql, static_cast<uint32_t>(columns.size()), false);
+        CArchLogList logs = ReadLogs(*result, columns);
         logging::oralib().info("Found %1 active log files", util::int_to_str(logs.size()));
+        return logs;
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Failed to get active archive logs", caught);
     }

@@ -26,7 +26,7 @@ public:
     // removes all the rest.
     void RemoveLogsBySize(uint64_t sizeLimit);
 
-    void GetActiveLogs(CArchLogList& logs);
+    CArchLogList GetActiveLogs();
     // Logs its own failure; the caller goes on with the next log.
     void RemoveLog(const SArchLogInfo& log);
 
