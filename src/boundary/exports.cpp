@@ -86,6 +86,17 @@ HRESULT run_frame(const char* literal, wchar_t** errorText, Body body)
     }
 }
 
+// An export that hands a text back: refused without its result cell, else `produce`
+// runs in the frame and its text goes to the cell.
+template <typename Produce>
+HRESULT run_text_frame(const char* exportName, const char* literal, wchar_t** result,
+                       wchar_t** errorText, Produce produce)
+{
+    if (is_null_cell(exportName, "result", result, errorText))
+        return E_POINTER;
+    return run_frame(literal, errorText, [&] { *result = CopyToHeap(produce()); });
+}
+
 // Copies the database login and password and narrows them for the client.
 SOracleCredentials copy_credentials(const wchar_t* login, const wchar_t* password)
 {
@@ -173,24 +184,17 @@ HRESULT OracleBackupLogs(const wchar_t* homePath, const wchar_t* sid, const wcha
                          const wchar_t* lastRecId, const wchar_t* login, const wchar_t* password,
                          wchar_t** result, wchar_t** errorText)
 {
-    if (is_null_cell(__func__, "result", result, errorText))
-        return E_POINTER;
-    return run_frame("Failed to backup oracle logs.", errorText, [&] {
+    return run_text_frame(__func__, "Failed to backup oracle logs.", result, errorText, [&] {
         const SOracleCredentials credentials = copy_credentials(login, password);
-        const std::wstring text = COracleManager::Instance().BackupLogs(
-            text_arg(homePath), text_arg(sid), text_arg(usn), text_arg(lastRecId), credentials);
-        *result = CopyToHeap(text);
+        return COracleManager::Instance().BackupLogs(text_arg(homePath), text_arg(sid), text_arg(usn),
+                                                     text_arg(lastRecId), credentials);
     });
 }
 
 HRESULT OracleEnumLogs(wchar_t** result, wchar_t** errorText)
 {
-    if (is_null_cell(__func__, "result", result, errorText))
-        return E_POINTER;
-    return run_frame("Failed to enum oracle logs.", errorText, [&] {
-        const std::wstring text = COracleManager::Instance().EnumLogs();
-        *result = CopyToHeap(text);
-    });
+    return run_text_frame(__func__, "Failed to enum oracle logs.", result, errorText,
+                          [] { return COracleManager::Instance().EnumLogs(); });
 }
 
 HRESULT OraclePrepareDbsForBackup(const wchar_t* dbsXml, const wchar_t* exploreDbConfigXml,
@@ -198,16 +202,13 @@ HRESULT OraclePrepareDbsForBackup(const wchar_t* dbsXml, const wchar_t* exploreD
                                   const wchar_t* osLogin, const wchar_t* osPassword,
                                   wchar_t** result, wchar_t** errorText)
 {
-    if (is_null_cell(__func__, "result", result, errorText))
-        return E_POINTER;
-    return run_frame("Failed to prepare dbs for backup", errorText, [&] {
+    return run_text_frame(__func__, "Failed to prepare dbs for backup", result, errorText, [&] {
         // The operating system account stays wide: it is kept for the restore, not
         // handed to Oracle.
         const SOracleCredentials credentials = copy_credentials(login, password);
-        const std::wstring text = COracleManager::Instance().PrepareDbsForBackup(
-            text_arg(dbsXml), text_arg(exploreDbConfigXml), credentials, text_arg(osLogin),
-            text_arg(osPassword));
-        *result = CopyToHeap(text);
+        return COracleManager::Instance().PrepareDbsForBackup(text_arg(dbsXml), text_arg(exploreDbConfigXml),
+                                                              credentials, text_arg(osLogin),
+                                                              text_arg(osPassword));
     });
 }
 
@@ -224,9 +225,8 @@ HRESULT OracleDeleteLogsByTime(const wchar_t* homePath, const wchar_t* sid, int3
                                const wchar_t* login, const wchar_t* password, wchar_t** errorText)
 {
     return run_frame("Failed to delete oracle logs by time", errorText, [&] {
-        const SOracleCredentials credentials = copy_credentials(login, password);
         COracleManager::Instance().DeleteLogsByTime(text_arg(homePath), text_arg(sid), minutes,
-                                                    credentials);
+                                                    copy_credentials(login, password));
     });
 }
 
@@ -234,9 +234,8 @@ HRESULT OracleDeleteLogsBySize(const wchar_t* homePath, const wchar_t* sid, uint
                                const wchar_t* login, const wchar_t* password, wchar_t** errorText)
 {
     return run_frame("Failed to delete oracle logs by size", errorText, [&] {
-        const SOracleCredentials credentials = copy_credentials(login, password);
         COracleManager::Instance().DeleteLogsBySize(text_arg(homePath), text_arg(sid), sizeLimit,
-                                                    credentials);
+                                                    copy_credentials(login, password));
     });
 }
 
@@ -266,12 +265,8 @@ HRESULT OracleDoRestore(wchar_t** errorText)
 
 HRESULT OracleGetLogsFolder(wchar_t** result, wchar_t** errorText)
 {
-    if (is_null_cell(__func__, "result", result, errorText))
-        return E_POINTER;
-    return run_frame("Failed to get oracle logs folder.", errorText, [&] {
-        const std::wstring text = COracleManager::Instance().GetLogsFolder();
-        *result = CopyToHeap(text);
-    });
+    return run_text_frame(__func__, "Failed to get oracle logs folder.", result, errorText,
+                          [] { return COracleManager::Instance().GetLogsFolder(); });
 }
 
 HRESULT OracleTest(void*, void*, const wchar_t* logName, wchar_t** errorText)

@@ -51,6 +51,27 @@ std::wstring utc_limit_text(int32_t minutes)
     return util::ansi_to_wide(buffer);
 }
 
+// Runs `remove` on the archived logs of `sid` when its database is open and active;
+// a closed one has nothing to delete.
+template <typename Remove>
+void delete_logs(const std::string& title, const std::wstring& homePath, const std::wstring& sid,
+                 const SOracleCredentials& credentials, Remove remove)
+{
+    try {
+        logging::log_operation_t operation(logging::oralib(),
+                                           util::format_msg(title, util::wide_to_ansi(sid)));
+        const auto holder = std::make_shared<COracleSessionHolder>(sid, homePath, credentials, false);
+        if (is_open_and_active(holder->GetSession())) {
+            COracleLogsRemover remover(holder, COracleConfig::Instance().deleteAbsentLogFiles);
+            remove(remover);
+        }
+        operation.ok();
+    } catch (const std::exception& caught) {
+        // The word "time" is the line agents have always seen for both deletions.
+        exc::throw_nested_trace("Oracle manager failed to delete archived logs by time", caught);
+    }
+}
+
 } // namespace
 
 COracleManager& COracleManager::Instance()
@@ -73,36 +94,15 @@ std::wstring COracleManager::ExploreInstances(bool, const SOracleCredentials&,
 void COracleManager::DeleteLogsByTime(const std::wstring& homePath, const std::wstring& sid,
                                       int32_t minutes, const SOracleCredentials& credentials)
 {
-    try {
-        logging::log_operation_t operation(
-            logging::oralib(),
-            util::format_msg("Deleting oracle logs by time. Sid: %1", util::wide_to_ansi(sid)));
-        const auto holder = std::make_shared<COracleSessionHolder>(sid, homePath, credentials, false);
-        if (is_open_and_active(holder->GetSession()))
-            COracleLogsRemover(holder, COracleConfig::Instance().deleteAbsentLogFiles)
-                .RemoveLogsByTime(utc_limit_text(minutes));
-        operation.ok();
-    } catch (const std::exception& caught) {
-        exc::throw_nested_trace("Oracle manager failed to delete archived logs by time", caught);
-    }
+    delete_logs("Deleting oracle logs by time. Sid: %1", homePath, sid, credentials,
+                [minutes](COracleLogsRemover& remover) { remover.RemoveLogsByTime(utc_limit_text(minutes)); });
 }
 
 void COracleManager::DeleteLogsBySize(const std::wstring& homePath, const std::wstring& sid,
                                       uint64_t sizeLimit, const SOracleCredentials& credentials)
 {
-    try {
-        logging::log_operation_t operation(
-            logging::oralib(),
-            util::format_msg("Deleting oracle logs by size. Sid: %1", util::wide_to_ansi(sid)));
-        const auto holder = std::make_shared<COracleSessionHolder>(sid, homePath, credentials, false);
-        if (is_open_and_active(holder->GetSession()))
-            COracleLogsRemover(holder, COracleConfig::Instance().deleteAbsentLogFiles)
-                .RemoveLogsBySize(sizeLimit);
-        operation.ok();
-    } catch (const std::exception& caught) {
-        // The word "time" is the line agents have always seen for both deletions.
-        exc::throw_nested_trace("Oracle manager failed to delete archived logs by time", caught);
-    }
+    delete_logs("Deleting oracle logs by size. Sid: %1", homePath, sid, credentials,
+                [sizeLimit](COracleLogsRemover& remover) { remover.RemoveLogsBySize(sizeLimit); });
 }
 
 std::wstring COracleManager::PrepareDbsForBackup(const std::wstring& dbsXml, const std::wstring&,
