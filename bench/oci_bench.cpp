@@ -111,23 +111,23 @@ void measure_hung_logons(const std::wstring& folder)
                 kHungLogons, median(overshoots), *std::max_element(overshoots.begin(), overshoots.end()));
 }
 
+// An entry point of the loaded client, typed.
+template <typename Function>
+Function client_entry(const char* name)
+{
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"OCI.dll"), name)));
+}
+
 // The same statement with the client's entry points called directly: one
 // row per fetch into the same 1024-byte buffers, nothing converted.
 size_t plain_fetch_loop(const COracleSession& session)
 {
-    HMODULE client = GetModuleHandleW(L"OCI.dll");
-    auto handleAlloc = reinterpret_cast<oci::OCIHandleAlloc_t>(
-        reinterpret_cast<void*>(GetProcAddress(client, "OCIHandleAlloc")));
-    auto handleFree = reinterpret_cast<oci::OCIHandleFree_t>(
-        reinterpret_cast<void*>(GetProcAddress(client, "OCIHandleFree")));
-    auto prepare = reinterpret_cast<oci::OCIStmtPrepare_t>(
-        reinterpret_cast<void*>(GetProcAddress(client, "OCIStmtPrepare")));
-    auto define = reinterpret_cast<oci::OCIDefineByPos_t>(
-        reinterpret_cast<void*>(GetProcAddress(client, "OCIDefineByPos")));
-    auto execute = reinterpret_cast<oci::OCIStmtExecute_t>(
-        reinterpret_cast<void*>(GetProcAddress(client, "OCIStmtExecute")));
-    auto fetch = reinterpret_cast<oci::OCIStmtFetch2_t>(
-        reinterpret_cast<void*>(GetProcAddress(client, "OCIStmtFetch2")));
+    const auto handleAlloc = client_entry<oci::OCIHandleAlloc_t>("OCIHandleAlloc");
+    const auto handleFree = client_entry<oci::OCIHandleFree_t>("OCIHandleFree");
+    const auto prepare = client_entry<oci::OCIStmtPrepare_t>("OCIStmtPrepare");
+    const auto define = client_entry<oci::OCIDefineByPos_t>("OCIDefineByPos");
+    const auto execute = client_entry<oci::OCIStmtExecute_t>("OCIStmtExecute");
+    const auto fetch = client_entry<oci::OCIStmtFetch2_t>("OCIStmtFetch2");
 
     oci::OCIError* error = session.env->ErrorHandle();
     void* statement = nullptr;

@@ -230,24 +230,27 @@ std::string message_text(const path_param_t& path)
 
 const std::string& path_param_t::narrow() const
 {
-    if (origin_ == origin_t::none)
-        throw exc::runtime_exc_t("Parameter is not available.");
-    if (origin_ == origin_t::wide && !converted_) {
-        narrow_ = util::wide_to_utf8(wide_);
-        converted_ = true;
-    }
+    convert();
     return narrow_;
 }
 
 const std::wstring& path_param_t::wide() const
 {
+    convert();
+    return wide_;
+}
+
+void path_param_t::convert() const
+{
     if (origin_ == origin_t::none)
         throw exc::runtime_exc_t("Parameter is not available.");
-    if (origin_ == origin_t::narrow && !converted_) {
+    if (converted_)
+        return;
+    if (origin_ == origin_t::wide)
+        narrow_ = util::wide_to_utf8(wide_);
+    else
         wide_ = util::utf8_to_wide(narrow_);
-        converted_ = true;
-    }
-    return wide_;
+    converted_ = true;
 }
 
 win_file_t::win_file_t(unique_handle_t handle, path_param_t path)

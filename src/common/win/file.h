@@ -28,6 +28,8 @@ public:
 
 private:
     enum class origin_t { none, narrow, wide };
+    // Fills the other form from the given one, once.
+    void convert() const;
 
     mutable std::string narrow_;
     mutable std::wstring wide_;

@@ -62,6 +62,13 @@ std::shared_ptr<win_impersonation_session_t> start_session(
     return std::make_shared<win_impersonation_session_t>(context);
 }
 
+// A failed security-context call raises `text` with its status in hex.
+void check_security_status(SECURITY_STATUS status, const char* text)
+{
+    if (status != 0)
+        throw exc::runtime_exc_t(text, util::hex_str(static_cast<int32_t>(status)));
+}
+
 bool is_zero(const GUID& id)
 {
     static const GUID zero = GUID();
@@ -320,10 +327,8 @@ void win_impersonation_session_t::start_security_context()
     std::shared_ptr<security_context_t> entry =
         util::get_lib_ctx()->security_contexts.get(context_->context_id);
     logging::log_operation_t operation(logging::log(), "Impersonating security context.");
-    const SECURITY_STATUS status = ImpersonateSecurityContext(&entry->handle);
-    if (status != 0)
-        throw exc::runtime_exc_t("Security context failed to impersonate: %1.",
-                                 util::hex_str(static_cast<int32_t>(status)));
+    check_security_status(ImpersonateSecurityContext(&entry->handle),
+                          "Security context failed to impersonate: %1.");
     operation.ok();
     active_ = true;
     context_->users->add();
@@ -353,10 +358,8 @@ void win_impersonation_session_t::end()
             if (!entry)
                 throw exc::runtime_exc_t("Security context is null.");
             logging::log_operation_t operation(logging::log(), "Reverting security context.");
-            const SECURITY_STATUS status = RevertSecurityContext(&entry->handle);
-            if (status != 0)
-                throw exc::runtime_exc_t("Security context failed to revert to self: %1.",
-                                         util::hex_str(static_cast<int32_t>(status)));
+            check_security_status(RevertSecurityContext(&entry->handle),
+                                  "Security context failed to revert to self: %1.");
             operation.ok();
         }
         break;
