@@ -34,11 +34,7 @@ std::string Deleted(int recid, const std::string& path)
 // The journal lines that asked for a deletion, and the errors.
 std::vector<std::string> Deletions(CLogsMachine& machine)
 {
-    std::vector<std::string> lines;
-    for (const std::string& line : machine.Statements())
-        if (line.compare(0, kDelete.size(), kDelete) == 0 || line.compare(0, 6, "error ") == 0)
-            lines.push_back(line);
-    return lines;
+    return machine.Statements({kDelete, "error "});
 }
 
 ocisim::Fields Log(int recid, const std::string& first, const std::string& next, const ocisim::Fields& more = {})

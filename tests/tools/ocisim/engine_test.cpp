@@ -25,15 +25,10 @@ int code_of(Call call) {
     return 0;
 }
 
-std::string time_of(const std::string& column) {
-    return "TO_CHAR(SYS_EXTRACT_UTC(CAST(" + column + " AS TIMESTAMP)), 'yyyy/mm/dd hh24:mi:ss')";
-}
-
 class EngineTest : public ::testing::Test {
 protected:
     void SetUp() override {
         db_ = &add_typical_database(world_, "ORCL", dir_.file_utf8("db"));
-        create_log_files(*db_);
     }
 
     ResultSet run(const std::string& text) {
@@ -90,7 +85,6 @@ TEST_F(EngineTest, RefusedStatementsGiveTheirErrorAndChangeNothing) {
         // a machine restored from a snapshot taken in backup mode
         {{"ALTER DATABASE BEGIN BACKUP"}, {{"status", "MOUNTED"}}, "ALTER DATABASE OPEN", 10873},
         {{}, {}, "ALTER DATABASE END BACKUP", 1142},
-        {{}, {}, "ALTER SYSTEM ARCHIVE LOG ALL", 271},
         {{}, {{"archive_dest", ""}}, "ALTER SYSTEM ARCHIVE LOG CURRENT", 16014},
         {{}, {{"log_mode", "NOARCHIVELOG"}}, "ALTER SYSTEM ARCHIVE LOG CURRENT", 258},
         {{}, {{"version", "11.2.0.4.0"}}, "SELECT CDB FROM V$DATABASE", 904},
@@ -142,67 +136,6 @@ TEST_F(EngineTest, BackupModeCoversAllDataFilesUntilItEnds) {
     EXPECT_EQ(value("SELECT STATUS FROM V$BACKUP"), "NOT ACTIVE");
 }
 
-TEST_F(EngineTest, ArchivingAddsTheNextLogWithItsFileAndArchivesWhatIsPending) {
-    db_->set("current_scn", "999999");
-    run("ALTER SYSTEM ARCHIVE LOG CURRENT");
-    auto logs = db_->records("archived_log");
-    ASSERT_EQ(logs.size(), 4u);
-    const Record& added = *logs.back();
-    EXPECT_EQ(added.get("recid"), "4");
-    EXPECT_EQ(added.get("first_change"), logs[2]->get("next_change"));
-    EXPECT_EQ(added.get("next_change"), "999999");
-    EXPECT_EQ(value("SELECT CURRENT_SCN FROM V$DATABASE"), "1000999");
-    EXPECT_EQ(added.get("name"), dir_.file_utf8("db\\arch\\ARC0000000004_0001.ARC"));
-    EXPECT_EQ(std::filesystem::file_size(std::filesystem::u8path(added.get("name"))), 1024u);
-    EXPECT_EQ(value("SELECT MAX(SEQUENCE#) FROM V$ARCHIVED_LOG WHERE STATUS != 'D'"), "4");
-
-    db_->set("unarchived_logs", "2");
-    run("ALTER SYSTEM ARCHIVE LOG ALL");
-    EXPECT_EQ(db_->records("archived_log").size(), 6u);
-    EXPECT_EQ(db_->get("unarchived_logs"), "0");
-}
-
-TEST_F(EngineTest, DeletedLogLosesItsFileAndListingsSkipDeletedAndOnlineLogs) {
-    const auto remove = [](const Record& log, const std::string& sequence) {
-        return "BEGIN\n DBMS_BACKUP_RESTORE.DELETEARCHIVEDLOG('" + log.get("recid") + "', '" + log.get("stamp") +
-               "', '" + log.get("name") + "', '1', '" + sequence + "', '1', '2000', '512');\n END;";
-    };
-    const Record& first = *db_->records("archived_log")[0];
-    EXPECT_EQ(error_of(remove(first, "7")), 19563) << "a description that is not the control file's";
-    EXPECT_EQ(first.get("status"), "A");
-    const Record& second = *db_->records("archived_log")[1];
-    const std::string name = second.get("name"), call = remove(second, "2");
-    run(call);
-    EXPECT_FALSE(std::filesystem::exists(std::filesystem::u8path(name)));
-    EXPECT_EQ(error_of(call), 19571);
-
-    const std::string collector = "SELECT NAME, FIRST_CHANGE#, NEXT_CHANGE#, BLOCKS*BLOCK_SIZE, \t\t\t" +
-                                  time_of("FIRST_TIME") + ", " + time_of("NEXT_TIME") +
-                                  ", SEQUENCE# FROM V$ARCHIVED_LOG WHERE STATUS != 'D' AND CREATOR != 'LGWR'";
-    EXPECT_EQ(run(collector).rows.size(), 2u);
-    EXPECT_EQ(run(collector + " AND RECID >= 3").rows.size(), 1u);
-
-    const std::string copy = "SELECT FIRST_CHANGE#, " + time_of("FIRST_TIME") + ", NEXT_CHANGE#, " +
-                             time_of("NEXT_TIME") +
-                             ", NAME, SEQUENCE#, RECID, STAMP FROM V$ARCHIVED_LOG WHERE CREATOR != 'LGWR'";
-    const ResultSet all = run(copy + " AND RECID > 1");
-    ASSERT_EQ(all.rows.size(), 2u);
-    EXPECT_EQ(all.columns, 8u);
-    EXPECT_EQ(all.rows[0][4], "") << "a deleted log is listed with a NULL name";
-    EXPECT_EQ(error_of(copy + " AND RECID > x"), 904);
-
-    const std::string active = "SELECT FIRST_CHANGE#, BLOCK_SIZE, RECID, STAMP, NAME, \t\t\tTHREAD#, SEQUENCE#, "
-                               "RESETLOGS_CHANGE#, BLOCKS*BLOCK_SIZE, \t\t\t" +
-                               time_of("FIRST_TIME") + ", " + time_of("NEXT_TIME") +
-                               " FROM V$ARCHIVED_LOG WHERE STATUS != 'D' AND CREATOR != 'LGWR'";
-    db_->records("archived_log")[2]->set("creator", "LGWR");
-    const ResultSet result = run(active);
-    ASSERT_EQ(result.rows.size(), 1u);
-    EXPECT_EQ(result.rows[0],
-              (std::vector<std::string>{"1000", "512", "1", first.get("stamp"), first.get("name"), "1", "1", "1",
-                                        "1024", "2024/01/01 00:00:00", "2024/01/01 01:00:00"}));
-}
-
 TEST_F(EngineTest, ValuesThatAreNotSetComeBackAsNull) {
     EXPECT_EQ(value("SELECT SYS_CONTEXT('USERENV','DB_DOMAIN') FROM DUAL"), "");
     EXPECT_EQ(value("SELECT NAME FROM V$RECOVERY_FILE_DEST"), "");
@@ -231,20 +164,6 @@ TEST_F(EngineTest, PluggableDatabasesReopenOneByOne) {
     EXPECT_EQ(error_of("ALTER PLUGGABLE DATABASE \"SALES\" OPEN READ WRITE"), 65019);
     EXPECT_EQ(error_of("ALTER PLUGGABLE DATABASE \"sales\" OPEN READ WRITE"), 65011);
     EXPECT_EQ(error_of("ALTER PLUGGABLE DATABASE \"SALES\" OPEN MIGRATE"), 900);
-}
-
-TEST_F(EngineTest, AsmFilesAreCopiedOutAndRemovedThroughDirectoryObjects) {
-    db_->add("asm_file", {{"name", "+DATA/ORCL/ARCH/7.ARC"}, {"blocks", "3"}, {"block_size", "512"}});
-    const std::string copy = "BEGIN\n DBMS_FILE_TRANSFER.COPY_FILE('S1', '7.ARC', 'D1', 'copy.arc');\n END;";
-    run("CREATE DIRECTORY S1 AS '+DATA/ORCL/ARCH'");
-    run("CREATE DIRECTORY D1 AS '" + std::filesystem::path(dir_.path()).u8string() + "'");
-    run(copy);
-    EXPECT_EQ(std::filesystem::file_size(dir_.file(L"copy.arc")), 1536u);
-    EXPECT_EQ(error_of(copy), 19504);
-    run("BEGIN\n UTL_FILE.FREMOVE('D1', 'copy.arc');\n END;");
-    EXPECT_FALSE(std::filesystem::exists(dir_.file(L"copy.arc")));
-    run("DROP DIRECTORY S1");
-    EXPECT_EQ(db_->records("directory").size(), 1u);
 }
 
 TEST_F(EngineTest, PfileIsWrittenFromTheParameters) {
