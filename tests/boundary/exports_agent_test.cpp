@@ -5,9 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 #include <functional>
-#include <sstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -49,41 +48,28 @@ class AgentCalls : public ::testing::Test {
 protected:
     static void SetUpTestSuite()
     {
-        folder_ = new test::temp_folder_t();
-        sandbox_ = new test::registry_sandbox_t();
+        folder_ = std::make_unique<test::temp_folder_t>();
+        sandbox_ = std::make_unique<test::registry_sandbox_t>();
         sandbox_->set_string(kConfigKey, L"LogDirectory", folder_->path());
         sandbox_->set_string(kConfigKey, L"OracleTempLogPath", L"");
-        library_ = new test::library_t();
+        library_ = std::make_unique<test::library_t>();
     }
 
     static void TearDownTestSuite()
     {
-        delete library_;
-        library_ = nullptr;
-        delete sandbox_;
-        sandbox_ = nullptr;
-        delete folder_;
-        folder_ = nullptr;
+        library_.reset();
+        sandbox_.reset();
+        folder_.reset();
     }
 
     static std::wstring take(wchar_t* text) { return library_->take(text); }
 
-    static std::string log_text()
-    {
-        std::ifstream file(folder_->file(kLogName).c_str(), std::ios::binary);
-        std::ostringstream text;
-        text << file.rdbuf();
-        return text.str();
-    }
+    static std::string log_text() { return test::read_file_text(folder_->file(kLogName)); }
 
-    static test::temp_folder_t* folder_;
-    static test::registry_sandbox_t* sandbox_;
-    static test::library_t* library_;
+    static inline std::unique_ptr<test::temp_folder_t> folder_;
+    static inline std::unique_ptr<test::registry_sandbox_t> sandbox_;
+    static inline std::unique_ptr<test::library_t> library_;
 };
-
-test::temp_folder_t* AgentCalls::folder_ = nullptr;
-test::registry_sandbox_t* AgentCalls::sandbox_ = nullptr;
-test::library_t* AgentCalls::library_ = nullptr;
 
 } // namespace
 

@@ -115,10 +115,4 @@ void registry_sandbox_t::set_binary(const std::wstring& path, const std::wstring
     set_raw(path, name, REG_BINARY, bytes.data(), static_cast<DWORD>(bytes.size()));
 }
 
-void registry_sandbox_t::delete_value(const std::wstring& path, const std::wstring& name) const
-{
-    scoped_key_t key(private_key_, path);
-    check(RegDeleteValueW(key.get(), name.c_str()), "RegDeleteValueW");
-}
-
 } // namespace test

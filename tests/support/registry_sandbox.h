@@ -24,9 +24,6 @@ public:
     registry_sandbox_t(const registry_sandbox_t&) = delete;
     registry_sandbox_t& operator=(const registry_sandbox_t&) = delete;
 
-    // Path of the private key below HKEY_CURRENT_USER.
-    const std::wstring& private_path() const { return private_path_; }
-
     void create_key(const std::wstring& path) const;
     void delete_key(const std::wstring& path) const;
     void set_string(const std::wstring& path, const std::wstring& name, const std::wstring& value,
@@ -37,7 +34,6 @@ public:
     void set_qword(const std::wstring& path, const std::wstring& name, uint64_t value) const;
     void set_binary(const std::wstring& path, const std::wstring& name,
                     const std::string& bytes) const;
-    void delete_value(const std::wstring& path, const std::wstring& name) const;
 
 private:
     void set_raw(const std::wstring& path, const std::wstring& name, DWORD type, const void* data,

@@ -1,5 +1,7 @@
 #include "support/service_sandbox.h"
 
+#include "support/process.h"
+
 #include <stdexcept>
 #include <string>
 
@@ -12,15 +14,6 @@ namespace {
     const DWORD code = GetLastError();
     throw std::runtime_error("test service " + std::string(name.begin(), name.end()) + ": " + what +
                              " failed with code " + std::to_string(code));
-}
-
-// The helper program beside the running executable.
-std::wstring helper_path()
-{
-    wchar_t module[MAX_PATH];
-    const DWORD length = GetModuleFileNameW(nullptr, module, MAX_PATH);
-    std::wstring path(module, length);
-    return path.substr(0, path.find_last_of(L'\\') + 1) + L"test_service.exe";
 }
 
 DWORD query_state(SC_HANDLE service)
@@ -85,7 +78,8 @@ test_service_t::test_service_t(const std::wstring& name, mode_t mode) : name_(na
         CloseServiceHandle(leftover);
     }
 
-    std::wstring command = L"\"" + helper_path() + L"\"";
+    // The helper program beside the running executable.
+    std::wstring command = L"\"" + exe_folder() + L"test_service.exe\"";
     if (mode_ == mode_t::start_pending)
         command += L" pending";
     service_ = CreateServiceW(scm_, name_.c_str(), name_.c_str(), SERVICE_ALL_ACCESS,
@@ -133,11 +127,6 @@ void test_service_t::control(DWORD code, DWORD wanted, const char* call)
         fail(call, name_);
     if (!wait_for_state(service_, wanted))
         fail(std::string("waiting after ") + call, name_);
-}
-
-DWORD test_service_t::state() const
-{
-    return query_state(service_);
 }
 
 std::wstring unique_sid(const std::wstring& stem)

@@ -34,8 +34,6 @@ public:
     void pause();
     void stop();
 
-    DWORD state() const;
-
 private:
     // Sends `code` and waits for the state `wanted`; `call` names it in a failure.
     void control(DWORD code, DWORD wanted, const char* call);

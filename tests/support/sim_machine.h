@@ -18,7 +18,6 @@ public:
     // An instance served by OracleService<SID> (or OracleASMService<SID>) of the home.
     void add_instance(const ocisim::InstanceSetup& setup, bool is_asm = false);
 
-    ocisim_world_t& world() { return world_; }
     // Whether the simulator was asked to attach to `sid`.
     bool contacted(const std::string& sid) const;
 

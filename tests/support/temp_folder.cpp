@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -44,6 +46,13 @@ temp_folder_t::~temp_folder_t()
 std::string temp_folder_t::file_utf8(const std::string& name) const
 {
     return to_utf8(path_) + "\\" + name;
+}
+
+std::string read_file_text(const std::wstring& path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path.c_str(), std::ios::binary).rdbuf();
+    return text.str();
 }
 
 } // namespace test

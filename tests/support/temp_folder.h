@@ -23,4 +23,7 @@ private:
     std::wstring path_;
 };
 
+// The bytes of a file; empty when it cannot be read.
+std::string read_file_text(const std::wstring& path);
+
 } // namespace test

@@ -14,7 +14,6 @@
 
 using test::CLogsMachine;
 using test::OrclWithLogs;
-using test::ReadFileText;
 using testing::ElementsAre;
 using testing::EndsWith;
 
@@ -67,7 +66,7 @@ std::string Descriptions(const CLogsMachine& machine)
     std::string texts;
     for (const auto& entry : std::filesystem::directory_iterator(machine.LogsFolder()))
         if (entry.path().extension() == L".xml")
-            texts += ReadFileText(entry.path().wstring());
+            texts += test::read_file_text(entry.path().wstring());
     return texts;
 }
 
@@ -192,7 +191,7 @@ TEST(LogsBackup, NothingToCopyGivesABareDocumentAndAnUnwritableDescriptionFailsT
 
     test::temp_folder_t folder;
     std::ofstream(folder.file(L"logs").c_str()) << "a file where the folder should be";
-    CLogsMachine blocked(kOrcl, false, true, folder.file(L"logs"));
+    CLogsMachine blocked(kOrcl, false, folder.file(L"logs"));
     blocked.WriteArchFile(L"ARC0000000001_0001.ARC", 1000);
     ASSERT_EQ(blocked.BackupLogs(L"", document), E_FAIL);
     EXPECT_THAT(util::wide_to_utf8(document),

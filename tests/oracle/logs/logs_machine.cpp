@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
 
 namespace test {
 
@@ -43,13 +42,6 @@ std::string MaskNames(const std::string& text, const char* pattern, const std::s
 
 } // namespace
 
-std::string ReadFileText(const std::wstring& path)
-{
-    std::ostringstream text;
-    text << std::ifstream(path.c_str(), std::ios::binary).rdbuf();
-    return text.str();
-}
-
 ocisim::InstanceSetup OrclWithLogs(const std::vector<ocisim::Fields>& logs, const ocisim::Fields& properties)
 {
     ocisim::InstanceSetup orcl("ORCL", properties);
@@ -58,8 +50,7 @@ ocisim::InstanceSetup OrclWithLogs(const std::vector<ocisim::Fields>& logs, cons
     return orcl;
 }
 
-CLogsMachine::CLogsMachine(ocisim::InstanceSetup orcl, bool stageLogs, bool deleteAbsentLogFiles,
-                           const std::wstring& logsFolder)
+CLogsMachine::CLogsMachine(ocisim::InstanceSetup orcl, bool stageLogs, const std::wstring& logsFolder)
     : arch_(root_.file(L"arch")), logs_(logsFolder.empty() ? root_.file(L"logs") : logsFolder)
 {
     CreateDirectoryW(arch_.c_str(), nullptr);
@@ -73,13 +64,11 @@ CLogsMachine::CLogsMachine(ocisim::InstanceSetup orcl, bool stageLogs, bool dele
     registry_.set_string(kConfigKey, L"LogDirectory", root_.path());
     registry_.set_string(kConfigKey, L"OracleTempLogPath", logs_);
     registry_.set_dword(kConfigKey, L"OracleStageLogsBeforeBackup", stageLogs ? 1 : 0);
-    registry_.set_dword(kConfigKey, L"DeleteOracleAbsentLogFiles", deleteAbsentLogFiles ? 1 : 0);
+    registry_.set_dword(kConfigKey, L"DeleteOracleAbsentLogFiles", 1);
     wchar_t* error = nullptr;
     ORASNAP_EXPORT(library_, OracleVssInitLib)(L"orasnap_logs_test.log", &error);
     library_.take(error);
 }
-
-CLogsMachine::~CLogsMachine() = default;
 
 namespace {
 
@@ -157,7 +146,7 @@ std::vector<std::string> CLogsMachine::Statements(const std::vector<std::string>
 
 std::string CLogsMachine::LibraryLog() const
 {
-    return ReadFileText(root_.file(L"orasnap_logs_test.log"));
+    return read_file_text(root_.file(L"orasnap_logs_test.log"));
 }
 
 std::string CLogsMachine::Mask(const std::wstring& text)

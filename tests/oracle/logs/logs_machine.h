@@ -20,10 +20,9 @@ namespace test {
 class CLogsMachine {
 public:
     // `orcl` gets the archive folder as its destination and in place of @ARCH@ in
-    // the names of its archived logs.
-    explicit CLogsMachine(ocisim::InstanceSetup orcl, bool stageLogs = false, bool deleteAbsentLogFiles = true,
+    // the names of its archived logs. Logs whose files are gone are deleted too.
+    explicit CLogsMachine(ocisim::InstanceSetup orcl, bool stageLogs = false,
                           const std::wstring& logsFolder = std::wstring());
-    ~CLogsMachine();
     CLogsMachine(const CLogsMachine&) = delete;
     CLogsMachine& operator=(const CLogsMachine&) = delete;
 
@@ -60,8 +59,6 @@ private:
     std::vector<std::string> guids_;
     std::vector<std::string> directories_;
 };
-
-std::string ReadFileText(const std::wstring& path);
 
 // The simulated ORCL with `logs` as its archived logs and `properties`.
 ocisim::InstanceSetup OrclWithLogs(const std::vector<ocisim::Fields>& logs, const ocisim::Fields& properties = {});

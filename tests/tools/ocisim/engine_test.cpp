@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 
 namespace ocisim {
@@ -169,9 +168,7 @@ TEST_F(EngineTest, PluggableDatabasesReopenOneByOne) {
 TEST_F(EngineTest, PfileIsWrittenFromTheParameters) {
     db_->add("parameter", {{"name", "processes"}, {"value", "300"}});
     run("create pfile='" + dir_.file_utf8("init.tmp") + "' from spfile");
-    std::ifstream in(std::filesystem::path(dir_.file(L"init.tmp")));
-    const std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(content, "*.db_name='ORCL'\n*.processes=300\n");
+    EXPECT_EQ(test::read_file_text(dir_.file(L"init.tmp")), "*.db_name='ORCL'\n*.processes=300\n");
 }
 
 TEST(Logon, CredentialsAndModesDecideTheAnswer) {
