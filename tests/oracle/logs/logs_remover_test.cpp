@@ -47,6 +47,13 @@ ocisim::Fields Log(int recid, const std::string& first, const std::string& next,
     return log;
 }
 
+// A remover of ORCL with a session of its own.
+COracleLogsRemover Remover(bool deleteAbsentLogFiles)
+{
+    return COracleLogsRemover(std::make_shared<COracleSessionHolder>(L"ORCL", L"C:\\oracle\\home", SOracleCredentials{}, false),
+                              deleteAbsentLogFiles);
+}
+
 // UTC now moved by `minutes`, in the form of the time columns.
 std::string UtcFromNow(int minutes)
 {
@@ -77,12 +84,8 @@ TEST(LogsRemover, ByTimeRemovesLogsEndedStrictlyBeforeTheLimitAndKeepsDoubtfulOn
     }));
     WriteLogFiles(machine, 7);
     test::log_capture_t log;
-    {
-        const auto holder = std::make_shared<COracleSessionHolder>(L"ORCL", L"C:\\oracle\\home",
-                                                                   SOracleCredentials{}, false);
-        COracleLogsRemover(holder, true).RemoveLogsByTime(L"01/01/2024 02:00:00");
-        COracleLogsRemover(holder, true).RemoveLogsByTime(L"31/04/2024 02:00:00");
-    }
+    Remover(true).RemoveLogsByTime(L"01/01/2024 02:00:00");
+    Remover(true).RemoveLogsByTime(L"31/04/2024 02:00:00");
     EXPECT_THAT(Deletions(machine), ElementsAre(Deleted(1, "<ARCH>\\L1.ARC"), Deleted(3, "<ARCH>\\L3.ARC"),
                                                 Deleted(8, "<ARCH>\\L8.ARC")));
     EXPECT_THAT(machine.Files(machine.ArchFolder()),
@@ -121,13 +124,9 @@ TEST(LogsRemover, BySizeKeepsLogsInRowOrderUntilTheLimitIsPassedAndGoesOnPastAFa
     orcl.records.emplace_back("fault", ocisim::Fields{{"kind", "error"}, {"text", "'4', '1004'"}, {"code", "19571"}, {"times", "1"}});
     CLogsMachine machine(orcl);
     WriteLogFiles(machine, 4);
-    {
-        const auto holder = std::make_shared<COracleSessionHolder>(L"ORCL", L"C:\\oracle\\home",
-                                                                   SOracleCredentials{}, false);
-        // 2048 bytes: the first two logs reach it, the third passes it and is kept too.
-        COracleLogsRemover(holder, false).RemoveLogsBySize(2048);
-        COracleLogsRemover(holder, false).RemoveLogsBySize(UINT64_MAX);
-    }
+    // 2048 bytes: the first two logs reach it, the third passes it and is kept too.
+    Remover(false).RemoveLogsBySize(2048);
+    Remover(false).RemoveLogsBySize(UINT64_MAX);
     // Log 4 fails and stays, log 5's file is gone and its record stays; the
     // logs on ASM are looked up on ASM, not on the disk.
     EXPECT_THAT(Deletions(machine), ElementsAre(Deleted(4, "<ARCH>\\L4.ARC"), "error sid=ORCL code=19571",
