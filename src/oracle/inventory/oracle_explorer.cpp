@@ -5,6 +5,7 @@
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "common/win/last_error.h"
+#include "oracle/client/guarded_thread.h"
 #include "oracle/client/instance_status.h"
 #include "oracle/client/oracle_query.h"
 #include "oracle/client/oracle_session.h"
@@ -123,8 +124,15 @@ CSidCollectionError COracleExplorer::GatherSidProps(const SOracleSid& sid, CHome
         const auto session = holder->GetSession();
         COracleInstanceStatus status;
         isOpen = status.IsInstanceOpen(session, sid.isAsm);
-        if (isOpen && status.IsDbActive(session))
-            return CollectOpenSid(holder, sid, home);
+        if (isOpen && status.IsDbActive(session)) {
+            // A client that faults takes this database down with it, not the explore.
+            CSidCollectionError verdict;
+            RunUnderFaultGuard([&] { verdict = CollectOpenSid(holder, sid, home); },
+                               "SEH exception has occurred while collecting database properties, "
+                               "exception code: %1",
+                               [&session] { session->abandoned = true; });
+            return verdict;
+        }
         if (disabled)
             return CSidCollectionError::Skipped();
         logging::oralib().warning(kInvalidState);

@@ -3,6 +3,9 @@
 // test builds, documents compared whole.
 #include "oracle/inventory/oracle_props.h"
 
+#include "oracle/inventory/db_param_files.h"
+#include "oracle/inventory/explore_db_config.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,11 +17,15 @@
 
 #include "common/ctx/module_info.h"
 #include "common/strings/strings.h"
+#include "support/capturing_receiver.h"
 #include "support/orasnap_library.h"
+#include "support/temp_folder.h"
 #include "support/sim_machine.h"
 
 namespace {
 
+using specific::oracle::CExploreDbConfig;
+using specific::oracle::RunCommandBounded;
 using specific::oracle::TimeZoneQuarterHours;
 using test::library_t;
 using test::sim_machine_t;
@@ -201,6 +208,9 @@ TEST(ExploreInstances, DescribesEveryHomeAndKeepsEachBadDatabaseToItself)
     machine.add_instance({"PFAIL",
                           {{"spfile", "no"}, {"log_mode", "NOARCHIVELOG"}},
                           {{"fault", {{"kind", "error"}, {"text", "from memory"}, {"code", "1031"}}}}});
+    machine.add_instance({"CRASH", {}, {{"fault", {{"kind", "av"}, {"at", "status"}}}}});
+    machine.add_instance({"CRASHSQL", {}, {{"fault", {{"kind", "av"}, {"text", "V$TEMPFILE"}}}}});
+    machine.add_instance({"SLOW", {}, {{"fault", {{"kind", "hang"}, {"at", "status"}}}}});
     machine.add_instance({"BrelmTmp1"});
     machine.add_instance({"EXCL", {{"version", "11.2.0.4.0"}, {"log_mode", "NOARCHIVELOG"}}});
     machine.add_home(L"\u00c4smHome", inventory.AsmHome());
@@ -277,6 +287,15 @@ TEST(ExploreInstances, DescribesEveryHomeAndKeepsEachBadDatabaseToItself)
         "            <pdbs />\n"
         "            <archived_logs />\n"
         "        </database>\n";
+    const std::string probe = "&#x0A;--tr:Checking if oracle instance is open thread failed.&#x0A;--tr:OracleSession: "
+                              "failed to check if instance is open.\" />\n";
+    const std::string crashes =
+        "        <database isError=\"true\" sid=\"CRASH\" config=\"\" errorDescription=\"SEH exception has occurred "
+        "while checking oracle status, exception code: 0xc0000005" + probe +
+        "        <database isError=\"true\" sid=\"CRASHSQL\" config=\"\" errorDescription=\"SEH exception has "
+        "occurred while collecting database properties, exception code: 0xc0000005\" />\n";
+    const std::string slow = "        <database isError=\"true\" sid=\"SLOW\" config=\"\" errorDescription=\"Failed to "
+                             "wait checking if oracle instance is opened" + probe;
     const std::string failures =
         "        <database isError=\"true\" sid=\"DOWN1\" config=\"\" errorDescription=\"Oracle database instance "
         "state is not valid for property collection\" />\n"
@@ -305,7 +324,7 @@ TEST(ExploreInstances, DescribesEveryHomeAndKeepsEachBadDatabaseToItself)
                   log("+DATA/CDB1/ARC4.ARC", 4, "2024/01/01 04:00:00") +
                   log("+DATA/CDB1/ARC5.ARC", 5, "2024/01/01 05:00:00") +
                   log("<ARCH>\\ARC0000000007_0001.ARC", 7, "<NOW>") + "            </archived_logs>\n" +
-                  "        </database>\n" + failures + ora11 + pfail + "    </home>\n" + asmHome);
+                  "        </database>\n" + crashes + failures + ora11 + pfail + slow + "    </home>\n" + asmHome);
     // The collector's statements in their order; the filter is in the listing itself.
     EXPECT_THAT(
         inventory.Statements("CDB1"),
@@ -368,4 +387,48 @@ TEST(ExploreInstances, DescribesEveryHomeAndKeepsEachBadDatabaseToItself)
                          "text=BEGIN \\n DBMS_DISKGROUP.GETFILEATTR(:fname,:ftype,:fsize,:blksize); \\n END;"),
               2);
 }
+// Whatever the caller sends, the config gives its tolerance or a logged
+// warning, never a crash or a hang.
+TEST(ExploreDbConfig, HostileDocumentsKeepWhatWasReadAndNeverCrash)
+{
+    test::log_capture_t capture;
+    std::wstring deep;
+    for (int i = 0; i < 20000; ++i)
+        deep += L"<a>";
+    for (const std::wstring& broken : {deep, std::wstring(L"<c><excludes><db name=\"A\"/>"), std::wstring(L"no xml")}) {
+        const CExploreDbConfig config(broken);
+        EXPECT_TRUE(config.dbRecIds.empty() && config.excludes.empty());
+        EXPECT_THAT(capture.take(), Contains(HasSubstr("WARN|Failed to parse explore db config")));
+    }
+    // No entity is expanded, and a lone surrogate is only a character nobody has.
+    EXPECT_TRUE(CExploreDbConfig(L"<!DOCTYPE c [<!ENTITY x \"<excludes><db name='X'/></excludes>\">]><c>&x;</c>")
+                    .excludes.empty());
+    EXPECT_THAT(CExploreDbConfig(L"<c><excludes><db name=\"A\"/><db name=\"\xD800\"/></excludes></c>").excludes,
+                ElementsAre(L"A", Not(L"\xD800")));
+
+    std::wstring many = L"<c><dbrecids><db sid=\"A\" recId=\"1\" stamp=\"2\" firstPassRecId=\"3\"/></dbrecids><excludes>";
+    for (int i = 0; i < 100000; ++i)
+        many += L"<db name=\"S" + std::to_wstring(i) + L"\"/>";
+    const CExploreDbConfig config(many + L"</excludes></c>");
+    ASSERT_EQ(config.excludes.size(), 100000u);
+    EXPECT_EQ(config.excludes.back(), L"S99999");
+    EXPECT_EQ(config.FindRecInfo(L"A")->firstPassRecId, L"3");
+    EXPECT_EQ(config.FindRecInfo(L"a"), nullptr);
+}
+
+// A tool that never ends is ended with what it started once its time is up.
+TEST(BoundedCommand, ALateToolIsEndedWithItsTreeAndAQuickOneFinishes)
+{
+    test::temp_folder_t folder;
+    const std::wstring loop = folder.file(L"loop.bat");
+    const std::wstring marker = folder.file(L"late.txt");
+    WriteFile(loop, "@echo off\r\n:again\r\ngoto again\r\n");
+    WriteFile(folder.file(L"outer.bat"), "@echo off\r\ncall \"" + util::wide_to_utf8(loop) + "\"\r\n");
+    const DWORD start = GetTickCount();
+    EXPECT_FALSE(RunCommandBounded(folder.file(L"outer.bat"), 1));
+    EXPECT_LT(GetTickCount() - start, 10000u);
+    EXPECT_TRUE(RunCommandBounded(L"echo done > " + marker, 30));
+    EXPECT_TRUE(std::ifstream(marker.c_str()).good());
+}
+
 } // namespace
