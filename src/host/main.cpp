@@ -46,6 +46,13 @@ int run_test(const wchar_t* logName) {
     return report(hr, nullptr, errorText);
 }
 
+int run_explore(const wchar_t* exploreFlag) {
+    wchar_t* result = nullptr;
+    wchar_t* errorText = nullptr;
+    const HRESULT hr = OracleExploreInstances(_wtoi(exploreFlag) != 0, L"", L"", L"", &result, &errorText);
+    return report(hr, result, errorText);
+}
+
 int run_folder() {
     wchar_t* result = nullptr;
     wchar_t* errorText = nullptr;
@@ -94,6 +101,9 @@ int wmain(int argc, wchar_t** argv) {
     if (command == L"test" && argc <= 3) {
         return run_test(argc == 3 ? argv[2] : L"");
     }
+    if (command == L"explore" && argc <= 3) {
+        return run_explore(argc == 3 ? argv[2] : L"1");
+    }
     if (command == L"folder" && argc == 2) {
         return run_folder();
     }
@@ -109,7 +119,8 @@ int wmain(int argc, wchar_t** argv) {
     if (command == L"delete-logs-by-time" && argc == 5) {
         return run_delete_logs_by_time(argv[2], argv[3], argv[4]);
     }
-    write_line(STD_ERROR_HANDLE, L"usage: orasnap test [logName]\n       orasnap folder\n"
+    write_line(STD_ERROR_HANDLE, L"usage: orasnap test [logName]\n       orasnap explore [exploreFlag 0|1]\n"
+                                 L"       orasnap folder\n"
                                  L"       orasnap backup-logs <home> <sid> <usn> <lastRecId>\n"
                                  L"       orasnap enum-logs\n       orasnap remove-logs <logsDocumentFile>\n"
                                  L"       orasnap delete-logs-by-time <home> <sid> <minutes>");
