@@ -2,8 +2,9 @@
 # make demo: builds a demonstration machine in a Wine prefix of its own and runs
 # the library against it, with the simulated Oracle client (out/bin/OCI.dll).
 #
-# The machine: one Oracle home, the services of four instances (an open ARCHIVELOG
-# database, an open NOARCHIVELOG one, a shut-down one and an ASM instance), the
+# The machine: one Oracle home, the services of five instances (an open ARCHIVELOG
+# database, a container with two pluggable databases, an open NOARCHIVELOG one, a
+# shut-down one and an ASM instance), the
 # agent's configuration, and the scenario the simulated server plays. Everything
 # is written anew on each run, so a run starts from the same machine.
 #
@@ -31,8 +32,8 @@ wine_quiet() {
 home='C:\oracle\product\19.0.0\dbhome_1'
 homeKey='HKLM\SOFTWARE\ORACLE\KEY_OraDB19Home1'
 configKey='HKLM\SOFTWARE\Brelm\Brelm Safeguard'
-services=("OracleServiceORCL ORCL" "OracleServiceNOARC NOARC" "OracleServiceDOWN DOWN"
-          "OracleASMService+ASM +ASM")
+services=("OracleServiceORCL ORCL" "OracleServiceCDB1 CDB1" "OracleServiceNOARC NOARC"
+          "OracleServiceDOWN DOWN" "OracleASMService+ASM +ASM")
 
 step() {
     printf '\n== %s\n' "$1"
@@ -64,9 +65,12 @@ echo "  OracleStageLogsBeforeBackup: 1"
 
 step "Setting up the simulated Oracle server"
 rm -rf "$data"
-mkdir -p "$data/ORCL/arch" "$data/NOARC" "$data/DOWN"
+mkdir -p "$data/ORCL/arch" "$data/CDB1/arch" "$data/NOARC" "$data/DOWN"
 for sequence in 41 42 43; do
     head -c 1024 /dev/zero >"$data/ORCL/arch/ARC00000000${sequence}_0001.ARC"
+done
+for sequence in 7 8; do
+    head -c 1024 /dev/zero >"$data/CDB1/arch/ARC000000000${sequence}_0001.ARC"
 done
 dataWin="$(winpath "$data")"
 sed "s|@DATA@|${dataWin//\\/\\\\}|g" "$root/tools/demo/scenario.txt" >"$data/scenario.txt"
@@ -76,12 +80,20 @@ wine_quiet reg add "$configKey" /v OracleTempLogPath /t REG_SZ /d "$dataWin\\log
 echo "  OracleTempLogPath: $dataWin\\logs\\"
 grep -E '^\[instance|^(status|log_mode|asm) =' "$data/scenario.txt" | sed 's/^/  /'
 
+step "OracleExploreInstances: orasnap.exe explore"
+set +e
+"$wine_bin/wine64" "$root/out/bin/orasnap.exe" explore </dev/null | tr -d '\r'
+status=${PIPESTATUS[0]}
+set -e
+echo "  -> result: $([ "$status" -eq 0 ] && echo S_OK || echo E_FAIL)"
+
 step "OracleTest: orasnap.exe test"
 # Standard input is not a console here, so the check ends without its pause.
 set +e
 "$wine_bin/wine64" "$root/out/bin/orasnap.exe" test </dev/null
-status=$?
+testStatus=$?
 set -e
+if [ "$status" -eq 0 ]; then status=$testStatus; fi
 
 # Runs orasnap.exe with the arguments, prints its output and its result, and
 # keeps the first failure as the demo's exit status.

@@ -131,12 +131,8 @@ HRESULT OracleVssStopLib(wchar_t** errorText)
 
 HRESULT OracleGatherVssInfo(void*, void*, wchar_t** result, wchar_t** errorText)
 {
-    if (is_null_cell(__func__, "result", result, errorText))
-        return E_POINTER;
-    return run_frame("Failed to gather oracle info.", errorText, [&] {
-        const std::wstring text = specific::oracle::GetVssGate().GatherVssInfo();
-        *result = CopyToHeap(text);
-    });
+    return run_text_frame(__func__, "Failed to gather oracle info.", result, errorText,
+                          [] { return specific::oracle::GetVssGate().GatherVssInfo(); });
 }
 
 HRESULT OracleShouldSkipVssWriter(const wchar_t* sid, bool* skip, wchar_t** errorText)
@@ -169,14 +165,10 @@ HRESULT OracleExploreInstances(bool exploreFlag, const wchar_t* login, const wch
                                const wchar_t* exploreDbConfigXml, wchar_t** result,
                                wchar_t** errorText)
 {
-    if (is_null_cell(__func__, "result", result, errorText))
-        return E_POINTER;
-    return run_frame("Failed to explore oracle instances.", errorText, [&] {
+    return run_text_frame(__func__, "Failed to explore oracle instances.", result, errorText, [&] {
         const std::wstring configCopy = text_arg(exploreDbConfigXml);
         const SOracleCredentials credentials = copy_credentials(login, password);
-        const std::wstring text =
-            COracleManager::Instance().ExploreInstances(exploreFlag, credentials, configCopy);
-        *result = CopyToHeap(text);
+        return COracleManager::Instance().ExploreInstances(exploreFlag, credentials, configCopy);
     });
 }
 

@@ -10,6 +10,7 @@
 #include "oracle/backup/backup_meta.h"
 #include "oracle/client/instance_status.h"
 #include "oracle/client/session_holder.h"
+#include "oracle/inventory/oracle_explorer.h"
 #include "oracle/logs/logs_backup.h"
 #include "oracle/logs/logs_folder.h"
 #include "oracle/logs/logs_remover.h"
@@ -80,12 +81,15 @@ COracleManager& COracleManager::Instance()
     return manager;
 }
 
-std::wstring COracleManager::ExploreInstances(bool, const SOracleCredentials&,
-                                              const std::wstring&)
+std::wstring COracleManager::ExploreInstances(bool exploreFlag, const SOracleCredentials& credentials,
+                                              const std::wstring& exploreDbConfigXml)
 {
     try {
         logging::log_operation_t operation(logging::oralib(), "Exploring oracle instances");
-        throw exc::runtime_exc_t("Exploring Oracle instances is not built yet.");
+        COracleExplorer explorer(exploreFlag, credentials, CExploreDbConfig(exploreDbConfigXml));
+        std::wstring document = explorer.Explore();
+        operation.ok();
+        return document;
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to explore Oracle instances", caught);
     }

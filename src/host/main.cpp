@@ -82,6 +82,12 @@ int wmain(int argc, wchar_t** argv) {
     if (command == L"test" && argc <= 3) {
         return run_test(argc == 3 ? argv[2] : L"");
     }
+    if (command == L"explore" && argc <= 3) {
+        const bool exploreFlag = argc == 3 ? _wtoi(argv[2]) != 0 : true;
+        return run_with_result([exploreFlag](wchar_t** result, wchar_t** errorText) {
+            return OracleExploreInstances(exploreFlag, L"", L"", L"", result, errorText);
+        });
+    }
     if (command == L"folder" && argc == 2) {
         return run_with_result(OracleGetLogsFolder);
     }
@@ -99,7 +105,8 @@ int wmain(int argc, wchar_t** argv) {
     if (command == L"delete-logs-by-time" && argc == 5) {
         return run_delete_logs_by_time(argv[2], argv[3], argv[4]);
     }
-    write_line(STD_ERROR_HANDLE, L"usage: orasnap test [logName]\n       orasnap folder\n"
+    write_line(STD_ERROR_HANDLE, L"usage: orasnap test [logName]\n       orasnap explore [exploreFlag 0|1]\n"
+                                 L"       orasnap folder\n"
                                  L"       orasnap backup-logs <home> <sid> <usn> <lastRecId>\n"
                                  L"       orasnap enum-logs\n       orasnap remove-logs <logsDocumentFile>\n"
                                  L"       orasnap delete-logs-by-time <home> <sid> <minutes>");

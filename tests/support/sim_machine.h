@@ -15,14 +15,19 @@ class sim_machine_t {
 public:
     sim_machine_t();
 
-    // An instance served by OracleService<SID> (or OracleASMService<SID>) of the home.
-    void add_instance(const ocisim::InstanceSetup& setup, bool is_asm = false);
+    // An instance served by OracleService<SID> (or OracleASMService<SID>) of the
+    // home at `home_path` (by default the first home).
+    void add_instance(const ocisim::InstanceSetup& setup, bool is_asm = false,
+                      const std::wstring& home_path = std::wstring());
+    // Another home in the registry, under SOFTWARE\ORACLE\KEY_<name>.
+    void add_home(const std::wstring& name, const std::wstring& path);
 
     // Whether the simulator was asked to attach to `sid`.
     bool contacted(const std::string& sid) const;
 
     const std::wstring& home_path() const { return home_path_; }
     registry_sandbox_t& registry() { return registry_; }
+    ocisim_world_t& world() { return world_; }
 
 private:
     registry_sandbox_t registry_;

@@ -4,6 +4,8 @@
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "common/win/last_error.h"
+#include "oracle/client/oracle_exc.h"
+#include "oracle/client/seh_guard.h"
 
 #include <cstdio>
 #include <memory>
@@ -172,6 +174,40 @@ void RunWithDeadline(int32_t timeoutSec, std::function<void()> body, const SLate
     }
     if (*error)
         (*error)->rethrow();
+}
+
+namespace {
+
+// What the guarded body raised, carried out of the guard's frame: a C++
+// exception must not cross it.
+struct SGuardedBody {
+    const std::function<void()>* body;
+    std::shared_ptr<exc::exc_base_t> error;
+};
+
+void run_guarded_body(void* arg)
+{
+    auto* guarded = static_cast<SGuardedBody*>(arg);
+    try {
+        (*guarded->body)();
+    } catch (const std::exception& caught) {
+        guarded->error = exc::to_exc_ptr(caught);
+    }
+}
+
+} // namespace
+
+void RunUnderFaultGuard(const std::function<void()>& body, const std::string& failure,
+                        const std::function<void()>& onFault)
+{
+    SGuardedBody guarded{&body, nullptr};
+    const unsigned long code = orasnap_seh_guarded_call(&run_guarded_body, &guarded);
+    if (code != 0) {
+        onFault();
+        throw COracleExc(util::format_msg(failure, util::hex_str(static_cast<uint32_t>(code))));
+    }
+    if (guarded.error)
+        guarded.error->rethrow();
 }
 
 } // namespace oracle

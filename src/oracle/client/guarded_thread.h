@@ -81,5 +81,14 @@ struct SLateThread {
 // and the caller's timeout is raised.
 void RunWithDeadline(int32_t timeoutSec, std::function<void()> body, const SLateThread& late);
 
+// Runs `body` under the structured exception guard: a fault inside the client
+// (an access violation, say) raises COracleExc with `failure`, where "%1" stands
+// for the exception code in hex, instead of ending the process; `onFault` runs
+// first (to abandon the session, say). What `body` throws is raised again
+// here. Objects of the frames between the fault and the guard are not
+// destroyed, so `body` should hold nothing that must be released.
+void RunUnderFaultGuard(const std::function<void()>& body, const std::string& failure,
+                        const std::function<void()>& onFault);
+
 } // namespace oracle
 } // namespace specific

@@ -61,7 +61,12 @@ void COracleInstanceStatus::GetStatus(std::wstring& status,
         // Shared with the thread, which may outlive this call if it can't be ended.
         const auto found = std::make_shared<std::wstring>();
         RunWithDeadline(OracleSettings().connectionTimeoutSec,
-                        [session, type, found] { *found = StatusThread(*session, type); },
+                        [session, type, found] {
+                            RunUnderFaultGuard(
+                                [&] { *found = StatusThread(*session, type); },
+                                "SEH exception has occurred while checking oracle status, exception code: %1",
+                                [&session] { session->abandoned = true; });
+                        },
                         {"Terminating thread %1", "Failed to terminate thread %1",
                          [&session] { session->abandoned = true; },
                          [] {

@@ -66,13 +66,13 @@ std::wstring COracleLogsBackup::BackupLogs(const std::wstring& folder, const std
     }
 }
 
-void COracleLogsBackup::FlushArchivedLogs()
+void COracleLogsBackup::FlushArchivedLogs(const COracleSessionHolder& holder)
 {
     try {
         logging::log_operation_t operation(logging::oralib(), "Flushing archived logs");
-        holder->NewQuery()->ExecNoResult("ALTER SYSTEM ARCHIVE LOG CURRENT");
+        holder.NewQuery()->ExecNoResult("ALTER SYSTEM ARCHIVE LOG CURRENT");
         try {
-            holder->NewQuery()->ExecNoResult("ALTER SYSTEM ARCHIVE LOG ALL");
+            holder.NewQuery()->ExecNoResult("ALTER SYSTEM ARCHIVE LOG ALL");
         } catch (const COracleExc& caught) {
             if (caught.code() != kNoLogsToArchive)
                 throw;

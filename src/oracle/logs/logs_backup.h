@@ -23,7 +23,8 @@ public:
     std::wstring BackupLogs(const std::wstring& folder, const std::wstring& usn,
                             const std::wstring& lastRecId);
     // CURRENT, then ALL; for callers that need every change in an archived log.
-    void FlushArchivedLogs();
+    // Needs no DBID, so it runs without an object.
+    static void FlushArchivedLogs(const COracleSessionHolder& holder);
 
     void ArchiveLogsAll();
     void ArchiveLogsCurrent();

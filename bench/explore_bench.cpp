@@ -1,0 +1,289 @@
+// Measures OracleExploreInstances of 20 open ARCHIVELOG databases with 1,000
+// archived logs each (their files on disk), against the simulated client
+// beside this executable, in one run:
+//   1. time and statements per database;
+//   2. the ratio against a bare loop that logs on to each database and runs
+//      the very statement texts the explore ran (read from the simulator's
+//      journal) straight through OCI.dll, fetching every row, one per round
+//      trip, into plain buffers;
+//   3. the peak working set of the process after the explore.
+// The machine's registry is a private key of this process (HKLM redirected),
+// and the library writes its log as it would at an agent.
+
+#include "oracle/client/oci_api.h"
+#include "oracle/client/oracle_session.h"
+#include "orasnap/orasnap.h"
+
+#include <windows.h>
+#include <psapi.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using namespace specific::oracle;
+
+namespace {
+
+constexpr int kDatabases = 20;
+constexpr int kLogsPerDatabase = 1000;
+const wchar_t kHome[] = L"C:\\benchhome";
+
+double now_seconds()
+{
+    static const LARGE_INTEGER frequency = [] {
+        LARGE_INTEGER f;
+        QueryPerformanceFrequency(&f);
+        return f;
+    }();
+    LARGE_INTEGER counter;
+    QueryPerformanceCounter(&counter);
+    return static_cast<double>(counter.QuadPart) / static_cast<double>(frequency.QuadPart);
+}
+
+[[noreturn]] void fail(const std::string& what)
+{
+    std::fprintf(stderr, "explore bench: %s\n", what.c_str());
+    std::exit(1);
+}
+
+std::string narrow(const std::wstring& text)
+{
+    return std::string(text.begin(), text.end());
+}
+
+void set_env(const std::wstring& name, const std::wstring& value)
+{
+    SetEnvironmentVariableW(name.c_str(), value.c_str());
+    _wputenv((name + L"=" + value).c_str());
+}
+
+std::wstring sid_of(int index)
+{
+    wchar_t sid[8];
+    swprintf(sid, 8, L"DB%02d", index + 1);
+    return sid;
+}
+
+// HKEY_LOCAL_MACHINE of this process is a private key for the run.
+class CPrivateMachine {
+public:
+    CPrivateMachine() : path_(L"Software\\orasnap-bench\\explore-" + std::to_wstring(GetCurrentProcessId()))
+    {
+        RegCreateKeyExW(HKEY_CURRENT_USER, path_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &root_, nullptr);
+        RegOverridePredefKey(HKEY_LOCAL_MACHINE, root_);
+    }
+    ~CPrivateMachine()
+    {
+        RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
+        RegCloseKey(root_);
+        RegDeleteTreeW(HKEY_CURRENT_USER, path_.c_str());
+    }
+
+    void Set(const std::wstring& key, const wchar_t* name, const std::wstring& value, DWORD type = REG_SZ) const
+    {
+        HKEY handle = nullptr;
+        RegCreateKeyExW(root_, key.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &handle, nullptr);
+        RegSetValueExW(handle, name, 0, type, reinterpret_cast<const BYTE*>(value.c_str()),
+                       static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+        RegCloseKey(handle);
+    }
+
+private:
+    std::wstring path_;
+    HKEY root_ = nullptr;
+};
+
+void write_machine(const CPrivateMachine& machine, const std::wstring& folder)
+{
+    machine.Set(L"SOFTWARE\\Brelm\\Brelm Safeguard", L"LogDirectory", folder);
+    machine.Set(L"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters", L"Hostname", L"benchhost");
+    machine.Set(L"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters", L"Domain", L"bench.test");
+    machine.Set(L"SOFTWARE\\ORACLE\\KEY_BenchHome", L"ORACLE_HOME", kHome);
+    machine.Set(L"SOFTWARE\\ORACLE\\KEY_BenchHome", L"ORACLE_HOME_NAME", L"BenchHome");
+    std::ostringstream scenario;
+    for (int db = 0; db < kDatabases; ++db) {
+        const std::wstring sid = sid_of(db);
+        machine.Set(L"SYSTEM\\CurrentControlSet\\Services\\OracleService" + sid, L"ImagePath",
+                    std::wstring(kHome) + L"\\bin\\oracle.exe " + sid, REG_EXPAND_SZ);
+        const std::wstring arch = folder + L"\\" + sid;
+        CreateDirectoryW(arch.c_str(), nullptr);
+        scenario << "[instance " << narrow(sid) << "]\narchive_dest = " << narrow(arch) << "\n"
+                 << "datafile = name=C:\\oradata\\" << narrow(sid) << "\\SYSTEM01.DBF\n"
+                 << "redolog = group=1 | member=C:\\oradata\\" << narrow(sid) << "\\REDO01.LOG\n";
+        for (int log = 0; log < kLogsPerDatabase; ++log) {
+            const std::wstring name = arch + L"\\L" + std::to_wstring(log) + L".ARC";
+            CloseHandle(CreateFileW(name.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+            scenario << "archived_log = name=" << narrow(name) << "\n";
+        }
+    }
+    const std::wstring scenarioPath = folder + L"\\scenario.txt";
+    std::ofstream(scenarioPath.c_str(), std::ios::binary) << scenario.str();
+    set_env(L"OCISIM_SCENARIO", scenarioPath);
+    set_env(L"OCISIM_STATE", folder + L"\\scenario.state");
+}
+
+// Each database's statements as the journal has them, tabs and line feeds
+// written back.
+std::map<std::string, std::vector<std::string>> journaled_statements(const std::wstring& journal)
+{
+    std::map<std::string, std::vector<std::string>> statements;
+    std::ifstream file(journal.c_str());
+    for (std::string line; std::getline(file, line);) {
+        if (line.rfind("sql sid=", 0) != 0)
+            continue;
+        const size_t text = line.find(" text=");
+        std::string sql;
+        const std::string escaped = line.substr(text + 6);
+        for (size_t i = 0; i < escaped.size(); ++i) {
+            if (escaped[i] == '\\' && i + 1 < escaped.size() && (escaped[i + 1] == 't' || escaped[i + 1] == 'n')) {
+                sql += escaped[++i] == 't' ? '\t' : '\n';
+                continue;
+            }
+            sql += escaped[i];
+        }
+        statements[line.substr(8, text - 8)].push_back(sql);
+    }
+    return statements;
+}
+
+// Columns of a SELECT: commas of its select list outside parentheses, plus one.
+oci::ub4 select_columns(const std::string& sql)
+{
+    if (sql.rfind("SELECT ", 0) != 0)
+        return 0;
+    oci::ub4 columns = 1;
+    int depth = 0;
+    for (size_t i = 7; i < sql.size() && sql.compare(i, 6, " FROM ") != 0; ++i) {
+        depth += sql[i] == '(' ? 1 : sql[i] == ')' ? -1 : 0;
+        columns += depth == 0 && sql[i] == ',' ? 1 : 0;
+    }
+    return columns;
+}
+
+struct SOciCalls {
+    oci::OCIHandleAlloc_t handleAlloc;
+    oci::OCIHandleFree_t handleFree;
+    oci::OCIStmtPrepare_t prepare;
+    oci::OCIDefineByPos_t define;
+    oci::OCIStmtExecute_t execute;
+    oci::OCIStmtFetch2_t fetch;
+};
+
+template <typename T>
+T entry(HMODULE client, const char* name)
+{
+    return reinterpret_cast<T>(reinterpret_cast<void*>(GetProcAddress(client, name)));
+}
+
+// One statement straight through the client: every row fetched, one a round
+// trip, into 1024-byte buffers; nothing converted.
+size_t run_plain(const SOciCalls& calls, const COracleSession& session, const std::string& sql)
+{
+    oci::OCIError* error = session.env->ErrorHandle();
+    void* statement = nullptr;
+    calls.handleAlloc(session.env->handle, &statement, oci::OCI_HTYPE_STMT, 0, nullptr);
+    auto* stmt = static_cast<oci::OCIStmt*>(statement);
+    calls.prepare(stmt, error, reinterpret_cast<const oci::OraText*>(sql.c_str()), static_cast<oci::ub4>(sql.size()),
+                  oci::OCI_NTV_SYNTAX, oci::OCI_DEFAULT);
+    const oci::ub4 columns = select_columns(sql);
+    std::vector<char> buffers(columns * 1024);
+    std::vector<oci::sb2> indicators(columns);
+    std::vector<oci::OCIDefine*> defines(columns);
+    for (oci::ub4 i = 0; i < columns; ++i)
+        calls.define(stmt, &defines[i], error, i + 1, &buffers[i * 1024], 1024, oci::SQLT_STR, &indicators[i],
+                     nullptr, nullptr, oci::OCI_DEFAULT);
+    calls.execute(session.serviceContext->As<oci::OCISvcCtx>(), stmt, error, columns == 0 ? 1 : 0, 0, nullptr,
+                  nullptr, oci::OCI_DEFAULT);
+    size_t rows = 0;
+    while (columns > 0 && calls.fetch(stmt, error, 1, oci::OCI_FETCH_NEXT, 0, oci::OCI_DEFAULT) == oci::OCI_SUCCESS)
+        ++rows;
+    for (oci::OCIDefine* handle : defines)
+        calls.handleFree(handle, oci::OCI_HTYPE_DEFINE);
+    calls.handleFree(statement, oci::OCI_HTYPE_STMT);
+    return rows;
+}
+
+} // namespace
+
+int main()
+{
+    wchar_t temp[MAX_PATH + 1] = {};
+    GetTempPathW(MAX_PATH, temp);
+    const std::wstring folder = std::wstring(temp) + L"orasnap-explore-bench-" + std::to_wstring(GetCurrentProcessId());
+    CreateDirectoryW(folder.c_str(), nullptr);
+    CPrivateMachine machine;
+    write_machine(machine, folder);
+    const std::wstring journal = folder + L"\\journal.txt";
+    set_env(L"OCISIM_JOURNAL", journal);
+    // The library as the agent loads it, after this process set up its machine.
+    HMODULE library = LoadLibraryW(L"orasnap.dll");
+    if (library == nullptr)
+        fail("cannot load orasnap.dll");
+    wchar_t* error = nullptr;
+    if (entry<decltype(&OracleVssInitLib)>(library, "OracleVssInitLib")(L"explore_bench.log", &error) != S_OK)
+        fail("the log did not start");
+
+    wchar_t* result = nullptr;
+    double start = now_seconds();
+    const HRESULT explored =
+        entry<decltype(&OracleExploreInstances)>(library, "OracleExploreInstances")(true, L"", L"", L"", &result, &error);
+    const double libraryTime = now_seconds() - start;
+    if (explored != S_OK)
+        fail("the explore failed: " + narrow(error != nullptr ? error : L""));
+    const std::wstring document = result;
+    entry<decltype(&OracleLibStrFree)>(library, "OracleLibStrFree")(result);
+    PROCESS_MEMORY_COUNTERS memory{};
+    memory.cb = sizeof(memory);
+    K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory));
+    size_t described = 0;
+    for (size_t at = document.find(L"<archived_log "); at != std::wstring::npos;
+         at = document.find(L"<archived_log ", at + 1))
+        ++described;
+    if (described != static_cast<size_t>(kDatabases) * (kLogsPerDatabase + 1))
+        fail("the document describes " + std::to_string(described) + " archived logs");
+
+    // The baseline runs the statements of a fresh world, as the explore did.
+    const auto statements = journaled_statements(journal);
+    set_env(L"OCISIM_JOURNAL", L"");
+    DeleteFileW((folder + L"\\scenario.state").c_str());
+    HMODULE client = GetModuleHandleW(L"OCI.dll");
+    const SOciCalls calls{entry<oci::OCIHandleAlloc_t>(client, "OCIHandleAlloc"),
+                          entry<oci::OCIHandleFree_t>(client, "OCIHandleFree"),
+                          entry<oci::OCIStmtPrepare_t>(client, "OCIStmtPrepare"),
+                          entry<oci::OCIDefineByPos_t>(client, "OCIDefineByPos"),
+                          entry<oci::OCIStmtExecute_t>(client, "OCIStmtExecute"),
+                          entry<oci::OCIStmtFetch2_t>(client, "OCIStmtFetch2")};
+    size_t statementCount = 0;
+    size_t rows = 0;
+    start = now_seconds();
+    for (const auto& [sid, texts] : statements) {
+        set_env(L"ORACLE_SID", std::wstring(sid.begin(), sid.end()));
+        COracleSession session({});
+        session.Init(oci::OCI_SYSDBA);
+        for (const std::string& sql : texts)
+            rows += run_plain(calls, session, sql);
+        statementCount += texts.size();
+    }
+    const double baselineTime = now_seconds() - start;
+    // The baseline's parameter files are its own to remove.
+    for (const auto& [sid, texts] : statements)
+        for (const std::string& sql : texts)
+            if (sql.rfind("create pfile='", 0) == 0)
+                DeleteFileA(sql.substr(14, sql.find('\'', 14) - 14).c_str());
+    if (statements.size() != static_cast<size_t>(kDatabases))
+        fail("the journal names " + std::to_string(statements.size()) + " databases");
+
+    std::printf("Explore of %d databases x %d archived logs: %.2f s, %.1f ms per database, %.1f statements "
+                "per database (%u rows fetched in the baseline)\n",
+                kDatabases, kLogsPerDatabase, libraryTime, libraryTime * 1000.0 / kDatabases,
+                static_cast<double>(statementCount) / kDatabases, static_cast<unsigned>(rows));
+    std::printf("explore: ratio %.2f (orasnap %.2f s, baseline %.2f s)\n", libraryTime / baselineTime, libraryTime,
+                baselineTime);
+    std::printf("explore: peak working set %.1f MiB\n", static_cast<double>(memory.PeakWorkingSetSize) / (1 << 20));
+    return 0;
+}
