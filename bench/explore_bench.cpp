@@ -10,6 +10,7 @@
 // The machine's registry is a private key of this process (HKLM redirected),
 // and the library writes its log as it would at an agent.
 
+#include "bench_util.h"
 #include "oracle/client/oci_api.h"
 #include "oracle/client/oracle_session.h"
 #include "orasnap/orasnap.h"
@@ -29,38 +30,13 @@ using namespace specific::oracle;
 
 namespace {
 
+using bench::narrow;
+using bench::now_seconds;
+using bench::set_env;
+
 constexpr int kDatabases = 20;
 constexpr int kLogsPerDatabase = 1000;
 const wchar_t kHome[] = L"C:\\benchhome";
-
-double now_seconds()
-{
-    static const LARGE_INTEGER frequency = [] {
-        LARGE_INTEGER f;
-        QueryPerformanceFrequency(&f);
-        return f;
-    }();
-    LARGE_INTEGER counter;
-    QueryPerformanceCounter(&counter);
-    return static_cast<double>(counter.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
-
-[[noreturn]] void fail(const std::string& what)
-{
-    std::fprintf(stderr, "explore bench: %s\n", what.c_str());
-    std::exit(1);
-}
-
-std::string narrow(const std::wstring& text)
-{
-    return std::string(text.begin(), text.end());
-}
-
-void set_env(const std::wstring& name, const std::wstring& value)
-{
-    SetEnvironmentVariableW(name.c_str(), value.c_str());
-    _wputenv((name + L"=" + value).c_str());
-}
 
 std::wstring sid_of(int index)
 {
@@ -223,10 +199,10 @@ int main()
     // The library as the agent loads it, after this process set up its machine.
     HMODULE library = LoadLibraryW(L"orasnap.dll");
     if (library == nullptr)
-        fail("cannot load orasnap.dll");
+        bench::fail("explore bench", "cannot load orasnap.dll");
     wchar_t* error = nullptr;
     if (entry<decltype(&OracleVssInitLib)>(library, "OracleVssInitLib")(L"explore_bench.log", &error) != S_OK)
-        fail("the log did not start");
+        bench::fail("explore bench", "the log did not start");
 
     wchar_t* result = nullptr;
     double start = now_seconds();
@@ -234,7 +210,7 @@ int main()
         entry<decltype(&OracleExploreInstances)>(library, "OracleExploreInstances")(true, L"", L"", L"", &result, &error);
     const double libraryTime = now_seconds() - start;
     if (explored != S_OK)
-        fail("the explore failed: " + narrow(error != nullptr ? error : L""));
+        bench::fail("explore bench", "the explore failed: " + narrow(error != nullptr ? error : L""));
     const std::wstring document = result;
     entry<decltype(&OracleLibStrFree)>(library, "OracleLibStrFree")(result);
     PROCESS_MEMORY_COUNTERS memory{};
@@ -245,7 +221,7 @@ int main()
          at = document.find(L"<archived_log ", at + 1))
         ++described;
     if (described != static_cast<size_t>(kDatabases) * (kLogsPerDatabase + 1))
-        fail("the document describes " + std::to_string(described) + " archived logs");
+        bench::fail("explore bench", "the document describes " + std::to_string(described) + " archived logs");
 
     // The baseline runs the statements of a fresh world, as the explore did.
     const auto statements = journaled_statements(journal);
@@ -276,7 +252,7 @@ int main()
             if (sql.rfind("create pfile='", 0) == 0)
                 DeleteFileA(sql.substr(14, sql.find('\'', 14) - 14).c_str());
     if (statements.size() != static_cast<size_t>(kDatabases))
-        fail("the journal names " + std::to_string(statements.size()) + " databases");
+        bench::fail("explore bench", "the journal names " + std::to_string(statements.size()) + " databases");
 
     std::printf("Explore of %d databases x %d archived logs: %.2f s, %.1f ms per database, %.1f statements "
                 "per database (%u rows fetched in the baseline)\n",

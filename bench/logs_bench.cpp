@@ -11,6 +11,8 @@
 // The configuration is read once per loaded library, so staging on and off are
 // two private copies of orasnap.dll, each initialised under its own settings.
 
+#include "bench_util.h"
+
 #include <windows.h>
 
 #include <algorithm>
@@ -23,6 +25,10 @@
 #include <vector>
 
 namespace {
+
+using bench::narrow;
+using bench::now_seconds;
+using bench::set_env;
 
 constexpr int kManyLogs = 10000;
 constexpr int kBigLogs = 20;
@@ -39,46 +45,17 @@ constexpr int kCopyRounds = 3;
 const wchar_t kConfigKey[] = L"SOFTWARE\\Brelm\\Brelm Safeguard";
 const wchar_t kHome[] = L"C:\\oracle\\home";
 
-double now_seconds()
-{
-    static const LARGE_INTEGER frequency = [] {
-        LARGE_INTEGER f;
-        QueryPerformanceFrequency(&f);
-        return f;
-    }();
-    LARGE_INTEGER counter;
-    QueryPerformanceCounter(&counter);
-    return static_cast<double>(counter.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
-
-[[noreturn]] void fail(const std::string& what)
-{
-    std::fprintf(stderr, "logs bench: %s\n", what.c_str());
-    std::exit(1);
-}
-
-std::string narrow(const std::wstring& text)
-{
-    return std::string(text.begin(), text.end());
-}
-
-void set_env(const std::wstring& name, const std::wstring& value)
-{
-    SetEnvironmentVariableW(name.c_str(), value.c_str());
-    _wputenv((name + L"=" + value).c_str());
-}
-
 void write_file(const std::wstring& path, const std::string& data)
 {
     HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
                               nullptr);
     if (file == INVALID_HANDLE_VALUE)
-        fail("cannot create " + narrow(path));
+        bench::fail("logs bench", "cannot create " + narrow(path));
     DWORD written = 0;
     const BOOL ok = WriteFile(file, data.data(), static_cast<DWORD>(data.size()), &written, nullptr);
     CloseHandle(file);
     if (!ok || written != data.size())
-        fail("cannot write " + narrow(path));
+        bench::fail("logs bench", "cannot write " + narrow(path));
 }
 
 std::vector<std::wstring> list_files(const std::wstring& folder, const std::wstring& pattern)
@@ -177,10 +154,10 @@ public:
         const std::wstring exe(self, GetModuleFileNameW(nullptr, self, MAX_PATH));
         const std::wstring original = exe.substr(0, exe.find_last_of(L'\\') + 1) + L"orasnap.dll";
         if (!CopyFileW(original.c_str(), copyPath.c_str(), FALSE))
-            fail("cannot copy orasnap.dll");
+            bench::fail("logs bench", "cannot copy orasnap.dll");
         module_ = LoadLibraryW(copyPath.c_str());
         if (module_ == nullptr)
-            fail("cannot load " + narrow(copyPath));
+            bench::fail("logs bench", "cannot load " + narrow(copyPath));
         free_ = Get<void (*)(wchar_t*)>("OracleLibStrFree");
         wchar_t* error = nullptr;
         if (Get<HRESULT (*)(const wchar_t*, wchar_t**)>("OracleVssInitLib")(logName.c_str(), &error) != S_OK)
@@ -223,7 +200,7 @@ private:
     {
         const FARPROC address = GetProcAddress(module_, name);
         if (address == nullptr)
-            fail(std::string("no export ") + name);
+            bench::fail("logs bench", std::string("no export ") + name);
         return reinterpret_cast<Fn>(reinterpret_cast<void (*)()>(address));
     }
     std::wstring Take(wchar_t* text) const
@@ -234,7 +211,7 @@ private:
     }
     [[noreturn]] void Fail(const char* call, wchar_t* error) const
     {
-        fail(std::string(call) + " failed: " + narrow(Take(error)));
+        bench::fail("logs bench", std::string(call) + " failed: " + narrow(Take(error)));
     }
 
     HMODULE module_ = nullptr;
@@ -315,7 +292,7 @@ double time_backup_of_many(const CLibrary& library, const SFolders& folders)
     const std::wstring document = library.BackupLogs(L"BULK");
     const double elapsed = now_seconds() - start;
     if (count_elements(document) < static_cast<size_t>(kManyLogs))
-        fail("OracleBackupLogs described " + std::to_string(count_elements(document)) + " logs");
+        bench::fail("logs bench", "OracleBackupLogs described " + std::to_string(count_elements(document)) + " logs");
     return elapsed;
 }
 
@@ -338,7 +315,7 @@ double time_baseline_reads(const SFolders& folders)
         HANDLE file = CreateFileW((folders.logs + L"\\" + name).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
         if (file == INVALID_HANDLE_VALUE)
-            fail("cannot open " + narrow(name));
+            bench::fail("logs bench", "cannot open " + narrow(name));
         LARGE_INTEGER size;
         GetFileSizeEx(file, &size);
         buffer.resize(static_cast<size_t>(size.QuadPart));
@@ -349,7 +326,7 @@ double time_baseline_reads(const SFolders& folders)
     }
     const double elapsed = now_seconds() - start;
     if (bytes == 0)
-        fail("no description was read");
+        bench::fail("logs bench", "no description was read");
     return elapsed;
 }
 
@@ -359,7 +336,7 @@ double time_enum(const CLibrary& library)
     const std::wstring document = library.EnumLogs();
     const double elapsed = now_seconds() - start;
     if (count_elements(document) < static_cast<size_t>(kManyLogs))
-        fail("OracleEnumLogs listed " + std::to_string(count_elements(document)) + " logs");
+        bench::fail("logs bench", "OracleEnumLogs listed " + std::to_string(count_elements(document)) + " logs");
     return elapsed;
 }
 
@@ -372,7 +349,7 @@ double time_staged_backup(const CLibrary& library, const SFolders& folders)
     flush_folder(folders.staged);
     if (count_elements(document) < static_cast<size_t>(kBigLogs) ||
         document.find(L"isLogCopied=\"false\"") != std::wstring::npos)
-        fail("the staged backup did not copy every log");
+        bench::fail("logs bench", "the staged backup did not copy every log");
     return elapsed;
 }
 
@@ -383,7 +360,7 @@ double time_copy_file(const SFolders& folders)
     for (const std::wstring& name : list_files(folders.stageArch, L"BIG*.ARC"))
         if (!CopyFileW((folders.stageArch + L"\\" + name).c_str(), (folders.baseline + L"\\" + name).c_str(),
                        FALSE))
-            fail("CopyFileW failed for " + narrow(name));
+            bench::fail("logs bench", "CopyFileW failed for " + narrow(name));
     const double elapsed = now_seconds() - start;
     flush_folder(folders.baseline);
     return elapsed;
@@ -403,7 +380,7 @@ void measure_delete_by_size(const CLibrary& library, const SFolders& folders)
     set_env(L"OCISIM_JOURNAL", L"");
     const size_t deleted = before - list_files(folders.bulkArch, L"*.ARC").size();
     if (deleted != static_cast<size_t>(kLogsToDelete))
-        fail("OracleDeleteLogsBySize deleted " + std::to_string(deleted) + " logs");
+        bench::fail("logs bench", "OracleDeleteLogsBySize deleted " + std::to_string(deleted) + " logs");
     std::printf("OracleDeleteLogsBySize over %u logs, %u deleted: %u statements run, %.3f s, %.2f ms per "
                 "deleted log\n",
                 static_cast<unsigned>(before), static_cast<unsigned>(deleted),

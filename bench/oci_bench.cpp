@@ -5,6 +5,7 @@
 //   2. a 10,000-row query through COracleQuery against a plain OCI fetch loop
 //      on the same session: the ratio of their times.
 
+#include "bench_util.h"
 #include "boundary/oracle_config.h"
 #include "oracle/client/oci_api.h"
 #include "oracle/client/oracle_exc.h"
@@ -24,6 +25,8 @@
 using namespace specific::oracle;
 
 namespace {
+
+using bench::set_env;
 
 constexpr int kHungLogons = 20;
 constexpr int kRows = 10000;
@@ -47,12 +50,6 @@ double median(std::vector<double> values)
     std::sort(values.begin(), values.end());
     const size_t middle = values.size() / 2;
     return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2.0;
-}
-
-void set_env(const std::wstring& name, const std::wstring& value)
-{
-    SetEnvironmentVariableW(name.c_str(), value.c_str());
-    _wputenv((name + L"=" + value).c_str());
 }
 
 // The configuration is read once from HKLM: give it a timeout of one second
