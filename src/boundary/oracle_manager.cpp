@@ -200,7 +200,9 @@ void COracleManager::DoRestore()
         logging::log_operation_t operation(logging::oralib(), "Performing oracle db restore");
         const int32_t waitSec = COracleConfig::Instance().restoreWaitInSec;
         logging::oralib().info("Waiting for %1 sec", util::int_to_str(waitSec));
-        Sleep(static_cast<DWORD>(waitSec) * 1000);
+        // A negative setting waits not at all rather than for ever as an unsigned count.
+        if (waitSec > 0)
+            Sleep(static_cast<DWORD>(waitSec) * 1000);
         const std::wstring path = GetRestoreMetaPath();
         std::wstring dbsXml;
         SOracleCredentials credentials;
