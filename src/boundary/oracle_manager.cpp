@@ -6,8 +6,10 @@
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "common/win/file.h"
+#include "common/win/impersonation.h"
 #include "common/xml/xml.h"
 #include "oracle/backup/backup_meta.h"
+#include "oracle/backup/finish.h"
 #include "oracle/client/instance_status.h"
 #include "oracle/client/session_holder.h"
 #include "oracle/inventory/oracle_explorer.h"
@@ -123,11 +125,11 @@ std::wstring COracleManager::PrepareDbsForBackup(const std::wstring& dbsXml, con
     }
 }
 
-void COracleManager::FinishDbsBackup(const std::wstring& dbsXml, const SOracleCredentials&)
+void COracleManager::FinishDbsBackup(const std::wstring& dbsXml, const SOracleCredentials& credentials)
 {
     try {
-        check_document(dbsXml);
-        throw exc::runtime_exc_t("Finishing the backup of databases is not built yet.");
+        FinishDbs(dbsXml, credentials, false);
+        RemoveRestoreMeta(GetRestoreMetaPath());
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to finish dbs backup", caught);
     }
@@ -200,7 +202,29 @@ void COracleManager::DoRestore()
 {
     try {
         logging::log_operation_t operation(logging::oralib(), "Performing oracle db restore");
-        throw exc::runtime_exc_t("Restoring databases is not built yet.");
+        const int32_t waitSec = COracleConfig::Instance().restoreWaitInSec;
+        logging::oralib().info("Waiting for %1 sec", util::int_to_str(waitSec));
+        // A negative setting waits not at all rather than for ever as an unsigned count.
+        if (waitSec > 0)
+            Sleep(static_cast<DWORD>(waitSec) * 1000);
+        const std::wstring path = GetRestoreMetaPath();
+        std::wstring dbsXml;
+        SOracleCredentials credentials;
+        std::wstring osLogin;
+        std::wstring osPassword;
+        GetRestoreMeta(path, dbsXml, credentials, osLogin, osPassword);
+        // Gone before any database is touched: a restore runs once, whatever happens below.
+        RemoveRestoreMeta(path);
+        if (osLogin.empty()) {
+            FinishDbs(dbsXml, credentials, true);
+        } else {
+            win::CAccessToken token;
+            win::logon_user(osLogin, osPassword, token);
+            win::impersonate(token.handle());
+            const auto reverting = win::scope_exit([] { win::revert(); });
+            FinishDbs(dbsXml, credentials, true);
+        }
+        operation.ok();
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to do db restore", caught);
     }

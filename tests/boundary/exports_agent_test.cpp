@@ -52,6 +52,7 @@ protected:
         sandbox_ = std::make_unique<test::registry_sandbox_t>();
         sandbox_->set_string(kConfigKey, L"LogDirectory", folder_->path());
         sandbox_->set_string(kConfigKey, L"OracleTempLogPath", L"");
+        sandbox_->set_dword(kConfigKey, L"OracleRestoreWaitInSec", 0);
         library_ = std::make_unique<test::library_t>();
     }
 
@@ -171,6 +172,7 @@ TEST_F(AgentCalls, FailuresGiveTheCallerTheTraceAndTheLogTheExportLiteral)
     EXPECT_EQ(DLL(OracleFinishDbsBackup)(L"<databases>", L"", L"", &error), E_FAIL);
     EXPECT_EQ(take(error), L"XML error: [Error reading Element value.]. Error code: [5].\n"
                            L"--tr:Failed to parse XML content. Source content: [<databases>].\n"
+                           L"--tr:Failed to finish dbs backup\n"
                            L"--tr:Oracle manager failed to finish dbs backup");
     EXPECT_EQ(DLL(OracleRemoveLogsInTemp)(L"", &error), E_FAIL);
     EXPECT_EQ(take(error), L"XML error: [Error document empty.]. Error code: [12].\n"
@@ -196,8 +198,9 @@ TEST_F(AgentCalls, FailuresGiveTheCallerTheTraceAndTheLogTheExportLiteral)
     EXPECT_EQ(first_line(error), L"Preparing databases for backup is not built yet.");
     EXPECT_EQ(DLL(OracleDeleteLogsByTime)(L"C:\\ora", L"ORCL", 60, L"", L"", &error), E_FAIL);
     EXPECT_EQ(last_line(error), L"--tr:Oracle manager failed to delete archived logs by time");
+    // Without a metadata file there is no document to restore from.
     EXPECT_EQ(DLL(OracleDoRestore)(&error), E_FAIL);
-    EXPECT_EQ(first_line(error), L"Restoring databases is not built yet.");
+    EXPECT_EQ(last_line(error), L"--tr:Oracle manager failed to do db restore");
     EXPECT_EQ(result, kUntouched);
 
     const std::string log = log_text();
