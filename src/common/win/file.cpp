@@ -367,6 +367,21 @@ win_file_ptr open_file_read_no_cache(const path_param_t& path)
                      "Failed to open file [%1] in readonly mode (without cache).");
 }
 
+std::string read_whole_file(const path_param_t& path)
+{
+    const win_file_ptr file = open_file_read(path);
+    std::string content(static_cast<size_t>(file->size()), '\0');
+    size_t done = 0;
+    while (done < content.size()) {
+        const uint32_t read = file->read(&content[done], static_cast<uint32_t>(content.size() - done));
+        if (read == 0)
+            break;
+        done += read;
+    }
+    content.resize(done);
+    return content;
+}
+
 win_file_ptr attach_file(HANDLE handle, const path_param_t& path)
 {
     return std::make_shared<win_file_t>(unique_handle_t(handle), path);

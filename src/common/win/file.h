@@ -99,6 +99,9 @@ win_file_ptr open_or_create_file(const path_param_t& path);
 // sharing with writers when someone is writing the file.
 win_file_ptr open_file_read(const path_param_t& path);
 win_file_ptr open_file_read_no_cache(const path_param_t& path);
+// The whole content of the file at `path`, opened as open_file_read does; a file
+// that shrinks while it is read gives what was there.
+std::string read_whole_file(const path_param_t& path);
 // Takes over a handle that is already open.
 win_file_ptr attach_file(HANDLE handle, const path_param_t& path);
 

@@ -25,21 +25,6 @@ util::xml_node_t named_root(const util::xml_document_t& document, const char* na
     return root;
 }
 
-std::string read_whole_file(const std::wstring& path)
-{
-    const win::win_file_ptr file = win::open_file_read(path);
-    std::string content(static_cast<size_t>(file->size()), '\0');
-    size_t done = 0;
-    while (done < content.size()) {
-        const uint32_t read = file->read(&content[done], static_cast<uint32_t>(content.size() - done));
-        if (read == 0)
-            break;
-        done += read;
-    }
-    content.resize(done);
-    return content;
-}
-
 // The whole text reaches the disk under a temporary name first and then
 // replaces the file in one rename, so a crash while writing never leaves a
 // cut document under the file's own name.
@@ -105,7 +90,7 @@ void GetRestoreMeta(const std::wstring& path, std::wstring& dbPrepareXml,
     try {
         if (!win::file_exists(path))
             return;
-        const std::string content = read_whole_file(path);
+        const std::string content = win::read_whole_file(path);
         if (content.empty())
             return;
         util::xml_document_t document;

@@ -4,13 +4,13 @@
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "common/win/file.h"
+#include "common/win/handle.h"
 #include "common/xml/xml.h"
 #include "oracle/logs/arch_log_info.h"
 
 #include <windows.h>
 
 #include <filesystem>
-#include <memory>
 #include <vector>
 
 namespace specific {
@@ -25,32 +25,17 @@ std::vector<std::wstring> list_description_files(const std::wstring& folder)
 {
     std::vector<std::wstring> names;
     WIN32_FIND_DATAW found;
-    const HANDLE search = FindFirstFileW((win::strip_trailing_separator(folder) + L"\\*").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE)
+    const win::unique_find_t search(
+        FindFirstFileW((win::strip_trailing_separator(folder) + L"\\*").c_str(), &found));
+    if (!search)
         return names;
-    const std::unique_ptr<void, BOOL(WINAPI*)(HANDLE)> closer(search, FindClose);
     do {
         const std::wstring name = found.cFileName;
         if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0 && name.size() > 4 &&
             name.compare(name.size() - 4, 4, L".xml") == 0)
             names.push_back(name);
-    } while (FindNextFileW(search, &found));
+    } while (FindNextFileW(search.get(), &found));
     return names;
-}
-
-std::string read_whole_file(const std::wstring& path)
-{
-    const win::win_file_ptr file = win::open_file_read(path);
-    std::string content(static_cast<size_t>(file->size()), '\0');
-    size_t done = 0;
-    while (done < content.size()) {
-        const uint32_t read = file->read(&content[done], static_cast<uint32_t>(content.size() - done));
-        if (read == 0)
-            break;
-        done += read;
-    }
-    content.resize(done);
-    return content;
 }
 
 } // namespace
@@ -65,7 +50,7 @@ std::wstring EnumLogs(const std::wstring& folder)
             for (const std::wstring& name : list_description_files(folder)) {
                 const std::wstring path = win::join_path(folder, name);
                 logging::oralib().info("Found xml file: %1", util::wide_to_ansi(path));
-                const std::string content = read_whole_file(path);
+                const std::string content = win::read_whole_file(path);
                 if (content.empty())
                     continue;
                 util::xml_document_t description;
