@@ -1,5 +1,6 @@
 // Helpers every benchmark program shares: a monotonic clock, failing the run
-// with the program's own name, and the environment the simulated client reads.
+// with the program's own name, the environment the simulated client reads, and
+// a folder of the run's own.
 #pragma once
 
 #include <windows.h>
@@ -39,6 +40,16 @@ inline void set_env(const std::wstring& name, const std::wstring& value)
 {
     SetEnvironmentVariableW(name.c_str(), value.c_str());
     _wputenv((name + L"=" + value).c_str());
+}
+
+// A fresh folder in the temporary folder, named `stem` and this process's id.
+inline std::wstring make_temp_folder(const wchar_t* stem)
+{
+    wchar_t temp[MAX_PATH + 1] = {};
+    GetTempPathW(MAX_PATH, temp);
+    const std::wstring folder = std::wstring(temp) + stem + std::to_wstring(GetCurrentProcessId());
+    CreateDirectoryW(folder.c_str(), nullptr);
+    return folder;
 }
 
 } // namespace bench

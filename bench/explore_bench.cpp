@@ -30,9 +30,7 @@ using namespace specific::oracle;
 
 namespace {
 
-using bench::narrow;
-using bench::now_seconds;
-using bench::set_env;
+using namespace bench;
 
 constexpr int kDatabases = 20;
 constexpr int kLogsPerDatabase = 1000;
@@ -188,10 +186,7 @@ size_t run_plain(const SOciCalls& calls, const COracleSession& session, const st
 
 int main()
 {
-    wchar_t temp[MAX_PATH + 1] = {};
-    GetTempPathW(MAX_PATH, temp);
-    const std::wstring folder = std::wstring(temp) + L"orasnap-explore-bench-" + std::to_wstring(GetCurrentProcessId());
-    CreateDirectoryW(folder.c_str(), nullptr);
+    const std::wstring folder = bench::make_temp_folder(L"orasnap-explore-bench-");
     CPrivateMachine machine;
     write_machine(machine, folder);
     const std::wstring journal = folder + L"\\journal.txt";

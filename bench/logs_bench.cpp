@@ -26,9 +26,7 @@
 
 namespace {
 
-using bench::narrow;
-using bench::now_seconds;
-using bench::set_env;
+using namespace bench;
 
 constexpr int kManyLogs = 10000;
 constexpr int kBigLogs = 20;
@@ -392,16 +390,14 @@ void measure_delete_by_size(const CLibrary& library, const SFolders& folders)
 
 int main()
 {
-    wchar_t temp[MAX_PATH + 1] = {};
-    GetTempPathW(MAX_PATH, temp);
     SFolders folders;
-    folders.root = std::wstring(temp) + L"orasnap-logs-bench-" + std::to_wstring(GetCurrentProcessId());
+    folders.root = bench::make_temp_folder(L"orasnap-logs-bench-");
     folders.bulkArch = folders.root + L"\\bulk_arch";
     folders.stageArch = folders.root + L"\\stage_arch";
     folders.logs = folders.root + L"\\logs";
     folders.staged = folders.root + L"\\staged";
     folders.baseline = folders.root + L"\\baseline";
-    for (const std::wstring* folder : {&folders.root, &folders.bulkArch, &folders.stageArch, &folders.logs,
+    for (const std::wstring* folder : {&folders.bulkArch, &folders.stageArch, &folders.logs,
                                        &folders.staged, &folders.baseline})
         CreateDirectoryW(folder->c_str(), nullptr);
     const std::wstring scenario = folders.root + L"\\scenario.txt";

@@ -187,10 +187,7 @@ void measure_query(const std::wstring& folder)
 
 int main()
 {
-    wchar_t temp[MAX_PATH + 1] = {};
-    GetTempPathW(MAX_PATH, temp);
-    const std::wstring folder = std::wstring(temp) + L"orasnap-bench-" + std::to_wstring(GetCurrentProcessId());
-    CreateDirectoryW(folder.c_str(), nullptr);
+    const std::wstring folder = bench::make_temp_folder(L"orasnap-bench-");
 
     configure_one_second_timeout();
     measure_hung_logons(folder);

@@ -38,6 +38,13 @@ void set_process_env(const std::wstring& name, const std::wstring& value)
     _wputenv((name + L"=" + value).c_str());
 }
 
+std::string replace_all(std::string text, const std::string& from, const std::string& to)
+{
+    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+        text.replace(at, from.size(), to);
+    return text;
+}
+
 bool has_line_ending_with(const std::vector<std::string>& lines, const std::string& text)
 {
     return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {

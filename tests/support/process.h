@@ -14,6 +14,9 @@ std::wstring env_value(const std::wstring& name);
 // Sets a variable for this process and the C runtime's copy; an empty value removes it.
 void set_process_env(const std::wstring& name, const std::wstring& value);
 
+// `text` with every `from` replaced by `to`, left to right.
+std::string replace_all(std::string text, const std::string& from, const std::string& to);
+
 // Whether one of `lines` ends with `text`.
 bool has_line_ending_with(const std::vector<std::string>& lines, const std::string& text);
 

@@ -18,6 +18,7 @@
 #include "common/ctx/module_info.h"
 #include "common/strings/strings.h"
 #include "support/capturing_receiver.h"
+#include "support/process.h"
 #include "support/orasnap_library.h"
 #include "support/temp_folder.h"
 #include "support/sim_machine.h"
@@ -36,13 +37,6 @@ using testing::Not;
 
 const wchar_t kConfigKey[] = L"SOFTWARE\\Brelm\\Brelm Safeguard";
 const wchar_t kTcpip[] = L"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters";
-
-std::string Replace(std::string text, const std::string& from, const std::string& to)
-{
-    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
-        text.replace(at, from.size(), to);
-    return text;
-}
 
 void WriteFile(const std::wstring& path, const std::string& content)
 {
@@ -104,10 +98,10 @@ public:
     std::string Mask(const std::wstring& text) const
     {
         std::string masked = util::wide_to_utf8(text);
-        masked = Replace(masked, util::wide_to_utf8(arch_), "<ARCH>");
-        masked = Replace(masked, util::wide_to_utf8(asmHome_), "<ASMHOME>");
-        masked = Replace(masked, util::wide_to_utf8(machine_.home_path()), "<HOME>");
-        masked = Replace(masked, util::wide_to_utf8(L"serverName=\"" + Fqdn() + L"\" osName=\"" +
+        masked = test::replace_all(masked, util::wide_to_utf8(arch_), "<ARCH>");
+        masked = test::replace_all(masked, util::wide_to_utf8(asmHome_), "<ASMHOME>");
+        masked = test::replace_all(masked, util::wide_to_utf8(machine_.home_path()), "<HOME>");
+        masked = test::replace_all(masked, util::wide_to_utf8(L"serverName=\"" + Fqdn() + L"\" osName=\"" +
                                                     util::ansi_to_wide(util::get_os_version_text()) +
                                                     L"\" timeZone=\"" + util::utf8_to_wide(TimeZone()) + L"\""),
                          "<ENV>");
@@ -371,11 +365,11 @@ TEST(ExploreInstances, DescribesEveryHomeAndKeepsEachBadDatabaseToItself)
                                 L"<excludes><db name=\"EXCL\"/></excludes></config>";
     ASSERT_EQ(inventory.Explore(library, false, broken, document), S_OK) << util::wide_to_utf8(document);
     const std::string second = inventory.Mask(document);
-    EXPECT_THAT(second, HasSubstr(homeHead + Replace(cdb1Head, "reverted=\"false\"", "reverted=\"true\"") + cdb1Tail +
+    EXPECT_THAT(second, HasSubstr(homeHead + test::replace_all(cdb1Head, "reverted=\"false\"", "reverted=\"true\"") + cdb1Tail +
                                   "            <archived_logs />\n        </database>\n"));
     EXPECT_THAT(second, HasSubstr("<database isError=\"false\" name=\"EXCL\""));
     EXPECT_THAT(second, HasSubstr("<database isError=\"false\" name=\"PFAIL\""));
-    EXPECT_THAT(second, HasSubstr(Replace(ora11, util::base64_encode("*.db_name='ORA11'\n"), "")));
+    EXPECT_THAT(second, HasSubstr(test::replace_all(ora11, util::base64_encode("*.db_name='ORA11'\n"), "")));
     EXPECT_THAT(inventory.Statements("CDB1"), Not(Contains(HasSubstr("ALTER SYSTEM"))));
 
     // A fresh library that asks ASM about each of the two logs there.

@@ -2,6 +2,7 @@
 
 #include "common/strings/strings.h"
 #include "orasnap/orasnap.h"
+#include "support/process.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -14,13 +15,6 @@ namespace {
 
 const wchar_t kConfigKey[] = L"SOFTWARE\\Brelm\\Brelm Safeguard";
 const wchar_t kHome[] = L"C:\\oracle\\home";
-
-std::string Replace(std::string text, const std::string& from, const std::string& to)
-{
-    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
-        text.replace(at, from.size(), to);
-    return text;
-}
 
 // Names each match of `pattern` by its rank among the distinct matches seen so far.
 std::string MaskNames(const std::string& text, const char* pattern, const std::string& prefix,
@@ -58,7 +52,7 @@ CLogsMachine::CLogsMachine(ocisim::InstanceSetup orcl, bool stageLogs, const std
     orcl.properties["archive_dest"] = arch;
     for (auto& [kind, fields] : orcl.records)
         if (kind == "archived_log")
-            fields["name"] = Replace(fields["name"], "@ARCH@", arch);
+            fields["name"] = replace_all(fields["name"], "@ARCH@", arch);
     world_.set_world(ocisim::make_world({orcl}));
 
     registry_.set_string(kConfigKey, L"LogDirectory", root_.path());
@@ -156,7 +150,7 @@ std::string CLogsMachine::Mask(const std::wstring& text)
 
 std::string CLogsMachine::Mask(const std::string& source)
 {
-    std::string text = Replace(Replace(source, util::wide_to_utf8(logs_), "<LOGS>"), util::wide_to_utf8(arch_), "<ARCH>");
+    std::string text = replace_all(replace_all(source, util::wide_to_utf8(logs_), "<LOGS>"), util::wide_to_utf8(arch_), "<ARCH>");
     text = MaskNames(text, "\\{[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}\\}", "{G", "}", guids_);
     text = MaskNames(text, "D_[0-9A-F]{8}(_[0-9A-F]{4}){3}", "DIR", "", directories_);
     text = std::regex_replace(text, std::regex("creationTimeUtc=\"[0-9T:-]{19}\""), "creationTimeUtc=\"<CALL>\"");
