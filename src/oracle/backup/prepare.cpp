@@ -216,7 +216,8 @@ void SwitchDbToBackupState(const std::shared_ptr<COracleSession>& session)
 {
     logging::log_operation_t operation(logging::oralib(), "Switching database to backup state");
     const auto query = session->NewQuery();
-    for (const COracleRow& row : query->Exec("SELECT STATUS FROM V$BACKUP", 1, true)->rows) {
+    const auto files = query->Exec("SELECT STATUS FROM V$BACKUP", 1, true);
+    for (const COracleRow& row : files->rows) {
         if (!row.empty() && row[0] == L"ACTIVE") {
             logging::oralib().info("Database already in backup state");
             operation.ok();
