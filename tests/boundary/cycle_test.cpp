@@ -1,7 +1,8 @@
-// The backup cycle after the prepare, as the agent drives it through the
-// exports of a private copy of the library against the simulated server: the
-// finish on the live machine, and the restore on a machine brought back from
-// the snapshot, whose prepare document reaches it in OracleMeta.xml.
+// The backup cycle as the agent drives it through the exports of a private
+// copy of the library against the simulated server: the prepare before the
+// snapshot, the finish on the live machine, and the restore on a machine
+// brought back from the snapshot, whose prepare document reaches it in
+// OracleMeta.xml.
 #include <windows.h>
 
 #include <gmock/gmock.h>
@@ -182,7 +183,7 @@ public:
     std::string Log() const
     {
         std::string lines;
-        std::istringstream log(test::read_file_text(root_.file(kLogName)));
+        std::istringstream log(LogBytes());
         for (std::string line; std::getline(log, line);) {
             const size_t text = line.find("> ");
             lines += (text == std::string::npos ? line : line.substr(text + 2));
@@ -190,6 +191,7 @@ public:
         }
         return lines;
     }
+    std::string LogBytes() const { return test::read_file_text(root_.file(kLogName)); }
     const std::wstring& Errors() const { return errors_; }
 
 private:
@@ -606,4 +608,81 @@ TEST(Cycle, PrepareGivesEachDatabaseItsActionAndTheFinishUndoesItWhileFailuresSt
             << sid;
     EXPECT_THAT(machine.Events(), testing::Not(testing::Contains(testing::StartsWith("shutdown "))));
     EXPECT_THAT(machine.MetaFile(), testing::HasSubstr(util::base64_encode(util::wide_to_utf8(document))));
+}
+
+TEST(Cycle, PreparedMachineRestoredFromItsSnapshotFinishesThereAndNoPasswordLeavesTheLibrary)
+{
+    const std::string osPassword = "Os-Qx9-Pa55w0rd";
+    CCycleMachine machine(1);
+    machine.Install({"CDB", "HOT", "VSSR", "COLDUP", "COLDOFF"}, {"COLDOFF"});
+    machine.StartProcess({Instance("CDB", {{"cdb", "YES"}}, false,
+                                   {{"pdb", Pdb("PRW", "READ WRITE")}, {"pdb", Pdb("PRO", "READ ONLY")},
+                                    {"pdb", Pdb("PUP", "MIGRATE")}, {"pdb", Pdb("PMNT", "MOUNTED")}}),
+                          Instance("HOT", {}, false), Instance("VSSR", {}, false),
+                          Instance("COLDUP", {{"log_mode", "NOARCHIVELOG"}}, false),
+                          Instance("COLDOFF", {{"log_mode", "NOARCHIVELOG"}}, false)});
+    std::wstring document, error;
+    std::wstring outputs;
+    ASSERT_EQ(machine.Prepare(L"<databases><database sid=\"VSSR\"/></databases>", document, error, L"ops",
+                              util::utf8_to_wide(osPassword)),
+              S_OK)
+        << util::wide_to_utf8(error);
+    outputs += document;
+    // The credential envelopes keep their shape and carry nothing.
+    const std::string envelope = util::base64_encode("<root u=\"\" p=\"\" />\n");
+    const std::string meta = machine.MetaFile();
+    EXPECT_EQ(meta, "<restore dbPrepareXml=\"" + util::base64_encode(util::wide_to_utf8(document)) + "\" conn=\"" +
+                        envelope + "\" os_conn=\"" + envelope + "\" />\n");
+
+    // The snapshot: the server's state and the log folder's metadata, as the
+    // restored machine boots them: files in backup mode stop the database at
+    // mounted, a container opens without its plugged databases, and the instance
+    // of the manually started home stays down.
+    ocisim::World snapshot = machine.State();
+    EXPECT_EQ(Backup(snapshot, "HOT") + "/" + Backup(snapshot, "CDB") + "/" + Backup(snapshot, "VSSR"),
+              "ACTIVE/ACTIVE/NOT ACTIVE");
+    EXPECT_EQ(snapshot.find("COLDUP")->get("status") + "/" + snapshot.find("COLDOFF")->get("status"), "DOWN/DOWN");
+    snapshot.find("HOT")->set("status", "MOUNTED");
+    snapshot.find("CDB")->set("status", "MOUNTED");
+    for (ocisim::Record* pdb : snapshot.find("CDB")->records("pdb"))
+        pdb->set("open_mode", "MOUNTED");
+
+    ASSERT_EQ(machine.Finish(document, error), S_OK) << util::wide_to_utf8(error);
+    EXPECT_FALSE(machine.RestoreRequired());
+    machine.Events();
+
+    machine.PutMetaFile(meta);
+    machine.StartProcess(snapshot);
+    ASSERT_TRUE(machine.RestoreRequired());
+    ASSERT_EQ(machine.Restore(error), S_OK) << util::wide_to_utf8(error);
+    EXPECT_FALSE(machine.RestoreRequired());
+    EXPECT_THAT(machine.Events(),
+                ElementsAreArray(Join({
+                    Asked("CDB", {"SELECT STATUS FROM V$INSTANCE", "ALTER DATABASE END BACKUP", "ALTER DATABASE OPEN",
+                                  "ALTER SYSTEM ARCHIVE LOG CURRENT",
+                                  "SELECT OPEN_MODE FROM V$PDBS WHERE NAME = 'PRW'",
+                                  "ALTER PLUGGABLE DATABASE \"PRW\" OPEN READ WRITE",
+                                  "SELECT OPEN_MODE FROM V$PDBS WHERE NAME = 'PRO'",
+                                  "ALTER PLUGGABLE DATABASE \"PRO\" OPEN READ ONLY",
+                                  "SELECT OPEN_MODE FROM V$PDBS WHERE NAME = 'PUP'",
+                                  "ALTER PLUGGABLE DATABASE \"PUP\" OPEN UPGRADE"}),
+                    Asked("COLDUP", {"error 1034", "startup", "ALTER DATABASE MOUNT", "ALTER DATABASE OPEN", "error 1012"}),
+                    Asked("HOT", {"SELECT STATUS FROM V$INSTANCE", "ALTER DATABASE END BACKUP", "ALTER DATABASE OPEN",
+                                  "ALTER SYSTEM ARCHIVE LOG CURRENT"}),
+                    Asked("VSSR", {"SELECT STATUS FROM V$INSTANCE"}),
+                })));
+    const ocisim::World state = machine.State();
+    for (const char* sid : {"CDB", "HOT", "VSSR", "COLDUP"})
+        EXPECT_EQ(state.find(sid)->get("status") + "/" + Backup(state, sid), "OPEN/NOT ACTIVE") << sid;
+    EXPECT_EQ(state.find("COLDOFF")->get("status"), "DOWN");
+    EXPECT_EQ(PdbModes(state, "CDB"), "PRW=READ WRITE;PRO=READ ONLY;PUP=MIGRATE;PMNT=MOUNTED;");
+
+    // Every byte the library gave out in the whole cycle, in both encodings.
+    const std::string given = machine.LogBytes() + meta + util::wide_to_utf8(outputs + machine.Errors());
+    for (const std::string& secret : {std::string(kPassword), osPassword}) {
+        const std::wstring wide = util::utf8_to_wide(secret);
+        const std::string utf16(reinterpret_cast<const char*>(wide.data()), wide.size() * sizeof(wchar_t));
+        EXPECT_EQ(given.find(secret), std::string::npos) << secret;
+        EXPECT_EQ(given.find(utf16), std::string::npos) << secret;
+    }
 }
