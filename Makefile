@@ -37,10 +37,11 @@ demo: build
 # it runs through bench/run.sh; every other program in bench/ runs as it is.
 bench: configure
 	bash tools/wine-up.sh
-	cmake --build $(BUILD_DIR) --target bench_oci_bench bench_logs_bench bench_explore_bench orasnap OCI -j$(JOBS)
+	cmake --build $(BUILD_DIR) --target bench_oci_bench bench_logs_bench bench_explore_bench bench_prepare_bench orasnap OCI -j$(JOBS)
 	cd out/bin && ../../tools/wine-run.sh ./bench_oci_bench.exe
 	cd out/bin && ../../tools/wine-run.sh ./bench_logs_bench.exe
 	cd out/bin && ../../tools/wine-run.sh ./bench_explore_bench.exe
+	cd out/bin && ../../tools/wine-run.sh ./bench_prepare_bench.exe
 	BUILD_DIR=$(CURDIR)/$(BUILD_DIR) bash bench/run.sh
 
 clean:

@@ -10,6 +10,7 @@
 // The machine's registry is a private key of this process (HKLM redirected),
 // and the library writes its log as it would at an agent.
 
+#include "bench_oci.h"
 #include "bench_util.h"
 #include "oracle/client/oci_api.h"
 #include "oracle/client/oracle_session.h"
@@ -43,35 +44,6 @@ std::wstring sid_of(int index)
     return sid;
 }
 
-// HKEY_LOCAL_MACHINE of this process is a private key for the run.
-class CPrivateMachine {
-public:
-    CPrivateMachine() : path_(L"Software\\orasnap-bench\\explore-" + std::to_wstring(GetCurrentProcessId()))
-    {
-        RegCreateKeyExW(HKEY_CURRENT_USER, path_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &root_, nullptr);
-        RegOverridePredefKey(HKEY_LOCAL_MACHINE, root_);
-    }
-    ~CPrivateMachine()
-    {
-        RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
-        RegCloseKey(root_);
-        RegDeleteTreeW(HKEY_CURRENT_USER, path_.c_str());
-    }
-
-    void Set(const std::wstring& key, const wchar_t* name, const std::wstring& value, DWORD type = REG_SZ) const
-    {
-        HKEY handle = nullptr;
-        RegCreateKeyExW(root_, key.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &handle, nullptr);
-        RegSetValueExW(handle, name, 0, type, reinterpret_cast<const BYTE*>(value.c_str()),
-                       static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
-        RegCloseKey(handle);
-    }
-
-private:
-    std::wstring path_;
-    HKEY root_ = nullptr;
-};
-
 void write_machine(const CPrivateMachine& machine, const std::wstring& folder)
 {
     machine.Set(L"SOFTWARE\\Brelm\\Brelm Safeguard", L"LogDirectory", folder);
@@ -101,93 +73,12 @@ void write_machine(const CPrivateMachine& machine, const std::wstring& folder)
     set_env(L"OCISIM_STATE", folder + L"\\scenario.state");
 }
 
-// Each database's statements as the journal has them, tabs and line feeds
-// written back.
-std::map<std::string, std::vector<std::string>> journaled_statements(const std::wstring& journal)
-{
-    std::map<std::string, std::vector<std::string>> statements;
-    std::ifstream file(journal.c_str());
-    for (std::string line; std::getline(file, line);) {
-        if (line.rfind("sql sid=", 0) != 0)
-            continue;
-        const size_t text = line.find(" text=");
-        std::string sql;
-        const std::string escaped = line.substr(text + 6);
-        for (size_t i = 0; i < escaped.size(); ++i) {
-            if (escaped[i] == '\\' && i + 1 < escaped.size() && (escaped[i + 1] == 't' || escaped[i + 1] == 'n')) {
-                sql += escaped[++i] == 't' ? '\t' : '\n';
-                continue;
-            }
-            sql += escaped[i];
-        }
-        statements[line.substr(8, text - 8)].push_back(sql);
-    }
-    return statements;
-}
-
-// Columns of a SELECT: commas of its select list outside parentheses, plus one.
-oci::ub4 select_columns(const std::string& sql)
-{
-    if (sql.rfind("SELECT ", 0) != 0)
-        return 0;
-    oci::ub4 columns = 1;
-    int depth = 0;
-    for (size_t i = 7; i < sql.size() && sql.compare(i, 6, " FROM ") != 0; ++i) {
-        depth += sql[i] == '(' ? 1 : sql[i] == ')' ? -1 : 0;
-        columns += depth == 0 && sql[i] == ',' ? 1 : 0;
-    }
-    return columns;
-}
-
-struct SOciCalls {
-    oci::OCIHandleAlloc_t handleAlloc;
-    oci::OCIHandleFree_t handleFree;
-    oci::OCIStmtPrepare_t prepare;
-    oci::OCIDefineByPos_t define;
-    oci::OCIStmtExecute_t execute;
-    oci::OCIStmtFetch2_t fetch;
-};
-
-template <typename T>
-T entry(HMODULE client, const char* name)
-{
-    return reinterpret_cast<T>(reinterpret_cast<void*>(GetProcAddress(client, name)));
-}
-
-// One statement straight through the client: every row fetched, one a round
-// trip, into 1024-byte buffers; nothing converted.
-size_t run_plain(const SOciCalls& calls, const COracleSession& session, const std::string& sql)
-{
-    oci::OCIError* error = session.env->ErrorHandle();
-    void* statement = nullptr;
-    calls.handleAlloc(session.env->handle, &statement, oci::OCI_HTYPE_STMT, 0, nullptr);
-    auto* stmt = static_cast<oci::OCIStmt*>(statement);
-    calls.prepare(stmt, error, reinterpret_cast<const oci::OraText*>(sql.c_str()), static_cast<oci::ub4>(sql.size()),
-                  oci::OCI_NTV_SYNTAX, oci::OCI_DEFAULT);
-    const oci::ub4 columns = select_columns(sql);
-    std::vector<char> buffers(columns * 1024);
-    std::vector<oci::sb2> indicators(columns);
-    std::vector<oci::OCIDefine*> defines(columns);
-    for (oci::ub4 i = 0; i < columns; ++i)
-        calls.define(stmt, &defines[i], error, i + 1, &buffers[i * 1024], 1024, oci::SQLT_STR, &indicators[i],
-                     nullptr, nullptr, oci::OCI_DEFAULT);
-    calls.execute(session.serviceContext->As<oci::OCISvcCtx>(), stmt, error, columns == 0 ? 1 : 0, 0, nullptr,
-                  nullptr, oci::OCI_DEFAULT);
-    size_t rows = 0;
-    while (columns > 0 && calls.fetch(stmt, error, 1, oci::OCI_FETCH_NEXT, 0, oci::OCI_DEFAULT) == oci::OCI_SUCCESS)
-        ++rows;
-    for (oci::OCIDefine* handle : defines)
-        calls.handleFree(handle, oci::OCI_HTYPE_DEFINE);
-    calls.handleFree(statement, oci::OCI_HTYPE_STMT);
-    return rows;
-}
-
 } // namespace
 
 int main()
 {
     const std::wstring folder = bench::make_temp_folder(L"orasnap-explore-bench-");
-    CPrivateMachine machine;
+    CPrivateMachine machine(L"explore");
     write_machine(machine, folder);
     const std::wstring journal = folder + L"\\journal.txt";
     set_env(L"OCISIM_JOURNAL", journal);
@@ -222,13 +113,7 @@ int main()
     const auto statements = journaled_statements(journal);
     set_env(L"OCISIM_JOURNAL", L"");
     DeleteFileW((folder + L"\\scenario.state").c_str());
-    HMODULE client = GetModuleHandleW(L"OCI.dll");
-    const SOciCalls calls{entry<oci::OCIHandleAlloc_t>(client, "OCIHandleAlloc"),
-                          entry<oci::OCIHandleFree_t>(client, "OCIHandleFree"),
-                          entry<oci::OCIStmtPrepare_t>(client, "OCIStmtPrepare"),
-                          entry<oci::OCIDefineByPos_t>(client, "OCIDefineByPos"),
-                          entry<oci::OCIStmtExecute_t>(client, "OCIStmtExecute"),
-                          entry<oci::OCIStmtFetch2_t>(client, "OCIStmtFetch2")};
+    const SOciCalls calls = bench::oci_calls();
     size_t statementCount = 0;
     size_t rows = 0;
     start = now_seconds();

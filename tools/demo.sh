@@ -8,6 +8,11 @@
 # agent's configuration, and the scenario the simulated server plays. Everything
 # is written anew on each run, so a run starts from the same machine.
 #
+# After the archived logs it runs one backup cycle: the VSS verdict, the prepare,
+# a snapshot (the simulated server's state and the log folder copied aside), the
+# finish, and then the restore in new processes on the machine put back from
+# the snapshot.
+#
 # The demo prefix is not the test prefix: tests redirect HKEY_LOCAL_MACHINE into a
 # sandbox, but a machine-wide Oracle installation there could still mislead them.
 set -euo pipefail
@@ -62,6 +67,9 @@ echo "  OracleConnectionTimeout: 10 s"
 # Local logs are copied into the log folder too, which lies in the machine's data.
 wine_quiet reg add "$configKey" /v OracleStageLogsBeforeBackup /t REG_DWORD /d 1 /f
 echo "  OracleStageLogsBeforeBackup: 1"
+# The restore waits one second for the restored machine's services instead of 45.
+wine_quiet reg add "$configKey" /v OracleRestoreWaitInSec /t REG_DWORD /d 1 /f
+echo "  OracleRestoreWaitInSec: 1 s"
 
 step "Setting up the simulated Oracle server"
 rm -rf "$data"
@@ -122,11 +130,73 @@ step "OracleDeleteLogsByTime of ORCL, 0 minutes: orasnap.exe delete-logs-by-time
 orasnap delete-logs-by-time "$home" ORCL 0
 echo "  archive folder now: $(ls "$data/ORCL/arch" | tr '\n' ' ')"
 
-step "What the simulated server was asked (out/demo/machine/journal.txt)"
-if [ -f "$data/journal.txt" ]; then
-    grep -E '^(attach|logon|sql|error|fault)' "$data/journal.txt" | sed 's/^/  /' || true
-else
-    echo "  nothing: the library did not reach the simulated server"
-fi
+# Prints what the simulated server was asked since the last call.
+journalSeen=0
+asked() {
+    if [ ! -f "$data/journal.txt" ]; then
+        echo "  the server was asked nothing: the library did not reach the simulated server"
+        return
+    fi
+    echo "  the server was asked:"
+    tail -n "+$((journalSeen + 1))" "$data/journal.txt" | grep -E '^(sql|error|fault|startup|shutdown)' | sed 's/^/    /' || true
+    journalSeen=$(wc -l <"$data/journal.txt")
+}
+
+# Sets a property of one instance in a state file of the simulated server.
+set_state() {
+    local file="$1" sid="$2" key="$3" value="$4"
+    awk -v section="[instance $sid]" -v key="$key" -v value="$value" '
+        /^\[/ { inside = ($0 == section) }
+        inside && $1 == key && $2 == "=" { $0 = key " = " value }
+        { print }' "$file" >"$file.new" && mv "$file.new" "$file"
+}
+
+step "What the simulated server was asked until now (out/demo/machine/journal.txt)"
+asked
+
+step "OracleCheckVssFunctionality: orasnap.exe vss"
+orasnap vss
+asked
+
+step "OraclePrepareDbsForBackup, the writers of ORCL and CDB1 enabled: orasnap.exe prepare"
+orasnap prepare '<databases><database sid="ORCL"/><database sid="CDB1"/></databases>'
+cp "$data/last.txt" "$data/prepare.xml"
+asked
+echo "  the metadata file $dataWin\\logs\\OracleMeta.xml:"
+sed 's/^/    /' "$data/logs/OracleMeta.xml"
+echo
+echo "  its dbPrepareXml decoded:"
+sed -n 's/.*dbPrepareXml="\([^"]*\)".*/\1/p' "$data/logs/OracleMeta.xml" | base64 -d | sed 's/^/    /'
+
+step "The snapshot: the server's state and the log folder copied aside"
+rm -rf "$data/snapshot"
+mkdir -p "$data/snapshot"
+cp "$data/scenario.txt.state" "$data/snapshot/scenario.txt.state"
+cp -r "$data/logs" "$data/snapshot/logs"
+ls "$data/snapshot" "$data/snapshot/logs" | sed 's/^/  /'
+
+step "OracleFinishDbsBackup with the prepare document: orasnap.exe finish"
+orasnap finish "$dataWin\\prepare.xml"
+asked
+echo "  OracleMeta.xml after the finish: $([ -f "$data/logs/OracleMeta.xml" ] && echo present || echo removed)"
+
+step "The machine restored from the snapshot: its state and log folder put back"
+# As the restored machine boots: a database with files in backup mode stops at
+# mounted, and the plugged databases of a container wait to be opened.
+rm -rf "$data/logs"
+cp -r "$data/snapshot/logs" "$data/logs"
+cp "$data/snapshot/scenario.txt.state" "$data/scenario.txt.state"
+set_state "$data/scenario.txt.state" CDB1 status MOUNTED
+sed -i 's/| open_mode=READ WRITE/| open_mode=MOUNTED/' "$data/scenario.txt.state"
+grep -E '^\[instance|^status =' "$data/scenario.txt.state" | sed 's/^/  /'
+
+step "OracleIsRestoreRequired in a new process: orasnap.exe restore-required"
+orasnap restore-required
+
+step "OracleDoRestore: orasnap.exe restore"
+orasnap restore
+asked
+echo "  OracleMeta.xml after the restore: $([ -f "$data/logs/OracleMeta.xml" ] && echo present || echo removed)"
+grep -E '^\[instance|^status =' "$data/scenario.txt.state" | sed 's/^/  /'
 
 exit "$status"

@@ -7,9 +7,9 @@
 #include "common/strings/strings.h"
 #include "common/win/file.h"
 #include "common/win/impersonation.h"
-#include "common/xml/xml.h"
 #include "oracle/backup/backup_meta.h"
 #include "oracle/backup/finish.h"
+#include "oracle/backup/prepare.h"
 #include "oracle/client/instance_status.h"
 #include "oracle/client/session_holder.h"
 #include "oracle/inventory/oracle_explorer.h"
@@ -24,14 +24,6 @@ namespace specific {
 namespace oracle {
 
 namespace {
-
-// A document argument that the call cannot work without is parsed before any
-// work starts, so that a malformed one fails the call with the parser's text.
-void check_document(const std::wstring& xml)
-{
-    util::xml_document_t document;
-    document.parse(util::wide_to_utf8(xml));
-}
 
 // A down instance is never asked whether its database is active.
 bool is_open_and_active(const std::shared_ptr<COracleSession>& session)
@@ -111,15 +103,17 @@ void COracleManager::DeleteLogsBySize(const std::wstring& homePath, const std::w
                 [sizeLimit](COracleLogsRemover& remover) { remover.RemoveLogsBySize(sizeLimit); });
 }
 
-std::wstring COracleManager::PrepareDbsForBackup(const std::wstring& dbsXml, const std::wstring&,
-                                                 const SOracleCredentials&, const std::wstring&,
-                                                 const std::wstring&)
+std::wstring COracleManager::PrepareDbsForBackup(const std::wstring& dbsXml,
+                                                 const std::wstring& exploreDbConfigXml,
+                                                 const SOracleCredentials& credentials,
+                                                 const std::wstring& osLogin, const std::wstring& osPassword)
 {
     try {
-        // An empty list of enabled writers is valid and needs no parsing.
-        if (!dbsXml.empty())
-            check_document(dbsXml);
-        throw exc::runtime_exc_t("Preparing databases for backup is not built yet.");
+        std::wstring document = PrepareDbs(dbsXml, exploreDbConfigXml, credentials);
+        // Only a folder that can't be made fails the call here; the databases
+        // stay prepared, and the finish of this document undoes them.
+        SaveBackupMeta(GetRestoreMetaPath(), document, credentials, osLogin, osPassword);
+        return document;
     } catch (const std::exception& caught) {
         exc::throw_nested_trace("Oracle manager failed to prepare dbs for backup", caught);
     }

@@ -55,8 +55,8 @@ int run_with_result(Call call) {
     return report(hr, result, errorText);
 }
 
-// The logs document comes from a file (UTF-8): it is too long for a command line.
-int run_remove_logs(const wchar_t* documentPath) {
+// Documents come from files (UTF-8): they are too long for a command line.
+std::wstring read_document(const wchar_t* documentPath) {
     std::ifstream file(documentPath, std::ios::binary);
     std::ostringstream bytes;
     bytes << file.rdbuf();
@@ -64,8 +64,29 @@ int run_remove_logs(const wchar_t* documentPath) {
     std::wstring document(text.size(), L'\0');
     document.resize(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
                                                             &document[0], static_cast<int>(document.size()))));
+    return document;
+}
+
+int run_remove_logs(const wchar_t* documentPath) {
     wchar_t* errorText = nullptr;
-    const HRESULT hr = OracleRemoveLogsInTemp(document.c_str(), &errorText);
+    const HRESULT hr = OracleRemoveLogsInTemp(read_document(documentPath).c_str(), &errorText);
+    return report(hr, nullptr, errorText);
+}
+
+int run_finish(const wchar_t* documentPath) {
+    wchar_t* errorText = nullptr;
+    const HRESULT hr = OracleFinishDbsBackup(read_document(documentPath).c_str(), L"", L"", &errorText);
+    return report(hr, nullptr, errorText);
+}
+
+// A bool answer is printed as "true" or "false".
+template <typename Call>
+int run_with_flag(Call call) {
+    bool flag = false;
+    wchar_t* errorText = nullptr;
+    const HRESULT hr = call(&flag, &errorText);
+    if (SUCCEEDED(hr))
+        write_line(STD_OUTPUT_HANDLE, flag ? L"true" : L"false");
     return report(hr, nullptr, errorText);
 }
 
@@ -105,10 +126,32 @@ int wmain(int argc, wchar_t** argv) {
     if (command == L"delete-logs-by-time" && argc == 5) {
         return run_delete_logs_by_time(argv[2], argv[3], argv[4]);
     }
+    if (command == L"vss" && argc == 2) {
+        return run_with_flag(OracleCheckVssFunctionality);
+    }
+    if (command == L"prepare" && argc == 3) {
+        return run_with_result([argv](wchar_t** result, wchar_t** errorText) {
+            return OraclePrepareDbsForBackup(argv[2], L"", L"", L"", L"", L"", result, errorText);
+        });
+    }
+    if (command == L"finish" && argc == 3) {
+        return run_finish(argv[2]);
+    }
+    if (command == L"restore-required" && argc == 2) {
+        return run_with_flag(OracleIsRestoreRequired);
+    }
+    if (command == L"restore" && argc == 2) {
+        wchar_t* errorText = nullptr;
+        const HRESULT hr = OracleDoRestore(&errorText);
+        return report(hr, nullptr, errorText);
+    }
     write_line(STD_ERROR_HANDLE, L"usage: orasnap test [logName]\n       orasnap explore [exploreFlag 0|1]\n"
                                  L"       orasnap folder\n"
                                  L"       orasnap backup-logs <home> <sid> <usn> <lastRecId>\n"
                                  L"       orasnap enum-logs\n       orasnap remove-logs <logsDocumentFile>\n"
-                                 L"       orasnap delete-logs-by-time <home> <sid> <minutes>");
+                                 L"       orasnap delete-logs-by-time <home> <sid> <minutes>\n"
+                                 L"       orasnap vss\n       orasnap prepare <enabledWritersDocument>\n"
+                                 L"       orasnap finish <prepareDocumentFile>\n"
+                                 L"       orasnap restore-required\n       orasnap restore");
     return 1;
 }

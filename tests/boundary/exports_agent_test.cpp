@@ -194,8 +194,11 @@ TEST_F(AgentCalls, FailuresGiveTheCallerTheTraceAndTheLogTheExportLiteral)
     EXPECT_EQ(last_line(error), L"--tr:Oracle manager failed to delete archived logs by time");
     EXPECT_EQ(DLL(OracleBackupLogs)(L"C:\\ora", L"ORCL", L"1", L"0", L"", L"", &result, &error), E_FAIL);
     EXPECT_EQ(last_line(error), L"--tr:Oracle manager failed to backup archived logs");
-    EXPECT_EQ(DLL(OraclePrepareDbsForBackup)(L"", L"", L"", L"", L"", L"", &result, &error), E_FAIL);
-    EXPECT_EQ(first_line(error), L"Preparing databases for backup is not built yet.");
+    // A writer list with an entry that names no SID fails before any database is touched.
+    EXPECT_EQ(DLL(OraclePrepareDbsForBackup)(L"<databases><database /></databases>", L"", L"", L"", L"", L"",
+                                             &result, &error),
+              E_FAIL);
+    EXPECT_EQ(first_line(error), L"Attribute value is not specified. Attribute: [sid].");
     EXPECT_EQ(DLL(OracleDeleteLogsByTime)(L"C:\\ora", L"ORCL", 60, L"", L"", &error), E_FAIL);
     EXPECT_EQ(last_line(error), L"--tr:Oracle manager failed to delete archived logs by time");
     // Without a metadata file there is no document to restore from.
@@ -263,8 +266,13 @@ TEST_F(AgentCalls, NullTextsAreEmptyTextsAndANullNeededCellIsRefusedWithOneLogLi
             return hr;
         },
         [&](auto t, auto e) { return DLL(OracleBackupLogs)(t, t, t, t, t, t, &result, e); },
-        [&](auto t, auto e) {
-            return DLL(OraclePrepareDbsForBackup)(t, t, t, t, t, t, &result, e);
+        [](auto t, auto e) {
+            wchar_t* document = nullptr;
+            const HRESULT hr = DLL(OraclePrepareDbsForBackup)(t, t, t, t, t, t, &document, e);
+            DLL(OracleLibStrFree)(document);
+            // With the empty logs folder its metadata lands in the working folder.
+            DeleteFileW(L"OracleMeta.xml");
+            return hr;
         },
         [](auto t, auto e) { return DLL(OracleFinishDbsBackup)(t, t, t, e); },
         [](auto t, auto e) { return DLL(OracleDeleteLogsByTime)(t, t, 60, t, t, e); },
