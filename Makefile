@@ -4,7 +4,7 @@ JOBS      ?= 2
 CMAKE_ARGS := -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release
 MAKEFLAGS  += --no-print-directory
 
-.PHONY: all deps configure build test demo bench clean distclean
+.PHONY: all deps configure build test demo bench soak clean distclean
 
 all: build
 
@@ -43,6 +43,14 @@ bench: configure
 	cd out/bin && ../../tools/wine-run.sh ./bench_explore_bench.exe
 	cd out/bin && ../../tools/wine-run.sh ./bench_prepare_bench.exe
 	BUILD_DIR=$(CURDIR)/$(BUILD_DIR) bash bench/run.sh
+
+# Full backup cycles with random faults; the seed and the number of cycles can
+# be given: make soak SOAK_ARGS="50 7".
+SOAK_ARGS ?= 200
+soak: configure
+	bash tools/wine-up.sh
+	cmake --build $(BUILD_DIR) --target soak -j$(JOBS)
+	cd out/bin && ../../tools/wine-run.sh ./soak.exe $(SOAK_ARGS)
 
 clean:
 	rm -rf $(BUILD_DIR) out/bin out/lib
