@@ -156,11 +156,12 @@ public:
         for (const SFault& fault : faults)
             hangs += fault.hangs;
         const double allowed = kCallAllowanceSec + hangs * kPerHangSec;
-        std::string context;
+        context_.clear();
         for (const SFault& fault : faults)
-            context += " [" + fault.Describe() + "]";
+            context_ += " [" + fault.Describe() + "]";
         if (folderBroken)
-            context += " [log folder not writable]";
+            context_ += " [log folder not writable]";
+        const std::string& context = context_;
 
         std::vector<SCall> calls;
         calls.push_back(Run("OracleExploreInstances", allowed, [&](wchar_t** result, wchar_t** error) {
@@ -307,7 +308,7 @@ private:
             },
             &job, 0, nullptr);
         if (WaitForSingleObject(thread, static_cast<DWORD>(allowed * 3000) + 10000) != WAIT_OBJECT_0) {
-            violation(name + " hangs");
+            violation(name + " hangs;" + context_);
             closing_line();
             ExitProcess(4);
         }
@@ -448,6 +449,8 @@ private:
     std::vector<std::wstring> lastRecIds_;
     std::vector<std::string> statements_;
     size_t logStart_ = 0;
+    // The cycle's faults, as the violations name them.
+    std::string context_;
     test::library_t library_;
 };
 
