@@ -90,6 +90,9 @@ private:
     // summary line with `detail` to standard error. Returns the exit code.
     int Report(const SOutcome& outcome, COutput& output, const std::wstring& detail = std::wstring());
 
+    // What OracleShouldSkipVssWriter says, right after the prepare, of the SIDs it prepared.
+    std::wstring SkippedWriters(const std::wstring& prepared);
+
     int Explore();
     int VssCheck();
     int SkipWriter();
@@ -142,7 +145,8 @@ CCommandLine::CCommandLine() : app_(kDescription, "orasnap")
 
     CLI::App* prepare = Add("prepare",
                             "OraclePrepareDbsForBackup: puts every database into its state for the snapshot and "
-                            "prints the prepare document (also kept as OracleMeta.xml in the log folder)",
+                            "prints the prepare document (also kept as OracleMeta.xml in the log folder); the "
+                            "summary names the VSS writers OracleShouldSkipVssWriter then leaves out",
                             "orasnap prepare --dbs writers.xml --login system --out prepare.xml",
                             [this] { return Prepare(); });
     prepare->add_option("--dbs", options_.dbs, "Document of the enabled VSS writers, or - for standard input")
@@ -397,7 +401,22 @@ int CCommandLine::Prepare()
         return prepare(dbs.c_str(), config.c_str(), login.c_str(), password.c_str(), osLogin.c_str(),
                        osPassword.c_str(), result, errorText);
     });
-    return Report(outcome, output, PrepareSummary(outcome.result));
+    return Report(outcome, output, PrepareSummary(outcome.result) + SkippedWriters(outcome.result));
+}
+
+std::wstring CCommandLine::SkippedWriters(const std::wstring& prepared)
+{
+    const auto skip = ORASNAP_ENTRY(Library(), OracleShouldSkipVssWriter);
+    std::wstring skipped;
+    for (const std::wstring& sid : PreparedSids(prepared)) {
+        bool isSkipped = false;
+        wchar_t* errorText = nullptr;
+        const HRESULT status = skip(sid.c_str(), &isSkipped, &errorText);
+        Library().Take(errorText);
+        if (SUCCEEDED(status) && isSkipped)
+            skipped += (skipped.empty() ? L"" : L", ") + sid;
+    }
+    return L"; VSS writers to leave out: " + (skipped.empty() ? L"none" : skipped);
 }
 
 int CCommandLine::Finish()

@@ -68,6 +68,17 @@ std::wstring PrepareSummary(const std::wstring& document)
     return Utf8ToWide(sidsByAction.empty() ? "no databases" : text);
 }
 
+std::vector<std::wstring> PreparedSids(const std::wstring& document)
+{
+    TiXmlDocument parsed;
+    const TiXmlElement* root = parsed_root(parsed, document);
+    std::vector<std::wstring> sids;
+    for (const TiXmlElement* db = root != nullptr ? root->FirstChildElement("database") : nullptr; db != nullptr;
+         db = db->NextSiblingElement("database"))
+        sids.push_back(Utf8ToWide(attribute(*db, "sid")));
+    return sids;
+}
+
 std::wstring LogsSummary(const std::wstring& document)
 {
     TiXmlDocument parsed;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace host {
 
@@ -9,6 +10,8 @@ namespace host {
 
 // Prepare document: "databases by action: backup 1, vss 2, failure 1 (DOWN)".
 std::wstring PrepareSummary(const std::wstring& document);
+// The SIDs of the top-level `database` elements of a prepare document, in order.
+std::vector<std::wstring> PreparedSids(const std::wstring& document);
 // Logs document: "3 logs, 2 copied, 3072 bytes".
 std::wstring LogsSummary(const std::wstring& document);
 // The top-level elements of a document: "2 databases".

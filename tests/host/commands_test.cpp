@@ -99,7 +99,7 @@ TEST(CommandLine, BackupCycleRunsThroughSubcommandsAndNeverShowsThePassword)
     const cli_run_t prepared = runs.back();
     EXPECT_EQ(prepared.exit_code, 0u) << prepared.err;
     EXPECT_THAT(prepared.out, AllOf(HasSubstr("<database sid=\"ORCL\""), HasSubstr("action=\"4\"")));
-    EXPECT_THAT(prepared.err, EndsWithLine("prepare: S_OK @T; databases by action: vss 1"));
+    EXPECT_THAT(prepared.err, EndsWithLine("prepare: S_OK @T; databases by action: vss 1; VSS writers to leave out: none"));
 
     runs.push_back(run_cli({L"skip-writer", L"--sid", L"ORCL", L"--login", L"system"}));
     EXPECT_EQ(runs.back().out, "false\n") << runs.back().err;
