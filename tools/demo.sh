@@ -13,6 +13,10 @@
 # finish, and then the restore in new processes on the machine put back from
 # the snapshot.
 #
+# Every step is one subcommand of orasnap.exe, so the demo is also its walkthrough.
+# Each document it prints is kept in out/demo/docs as <NN>-<what>.xml, together with
+# the metadata file and one log description, for checking against their schemas.
+#
 # The demo prefix is not the test prefix: tests redirect HKEY_LOCAL_MACHINE into a
 # sandbox, but a machine-wide Oracle installation there could still mislead them.
 set -euo pipefail
@@ -88,46 +92,82 @@ wine_quiet reg add "$configKey" /v OracleTempLogPath /t REG_SZ /d "$dataWin\\log
 echo "  OracleTempLogPath: $dataWin\\logs\\"
 grep -E '^\[instance|^(status|log_mode|asm) =' "$data/scenario.txt" | sed 's/^/  /'
 
-step "OracleExploreInstances: orasnap.exe explore"
-set +e
-"$wine_bin/wine64" "$root/out/bin/orasnap.exe" explore </dev/null | tr -d '\r'
-status=${PIPESTATUS[0]}
-set -e
-echo "  -> result: $([ "$status" -eq 0 ] && echo S_OK || echo E_FAIL)"
+docs="$demo/docs"
+rm -rf "$docs"
+mkdir -p "$docs"
+docNumber=0
+# Sets `last` to the next file in the documents folder, for a document about `what`.
+next_doc() {
+    docNumber=$((docNumber + 1))
+    last="$(printf '%s/%02d-%s.xml' "$docs" "$docNumber" "$1")"
+}
 
-step "OracleTest: orasnap.exe test"
-# Standard input is not a console here, so the check ends without its pause.
-set +e
-"$wine_bin/wine64" "$root/out/bin/orasnap.exe" test </dev/null
-testStatus=$?
-set -e
-if [ "$status" -eq 0 ]; then status=$testStatus; fi
-
-# Runs orasnap.exe with the arguments, prints its output and its result, and
-# keeps the first failure as the demo's exit status.
+status=0
+# Runs orasnap.exe with the arguments (standard input is no console, so nothing
+# waits for a key), shows the command line, and keeps the first failure as the
+# demo's exit status. Its summary line goes to standard error.
 orasnap() {
     local code=0
-    "$wine_bin/wine64" "$root/out/bin/orasnap.exe" "$@" </dev/null | tr -d '\r' | tee "$data/last.txt" || code=$?
-    echo "  -> result: $([ "$code" -eq 0 ] && echo S_OK || echo E_FAIL)"
+    echo "  \$ orasnap $*"
+    "$wine_bin/wine64" "$root/out/bin/orasnap.exe" "$@" </dev/null | tr -d '\r' || code=$?
     if [ "$code" -ne 0 ] && [ "$status" -eq 0 ]; then status=$code; fi
 }
 
+# As orasnap, with the document of the call written by --out into the documents
+# folder as <NN>-<what>.xml, then printed; `last` names that file afterwards.
+orasnap_doc() {
+    next_doc "$1"
+    shift
+    orasnap "$@" --out "$(winpath "$last")"
+    if [ -f "$last" ]; then tr -d '\r' <"$last"; fi
+}
+
+# Keeps a file the library wrote as the next document.
+keep_doc() {
+    next_doc "$1"
+    cp "$2" "$last"
+}
+
+step "OracleExploreInstances: orasnap.exe explore, told the last log of ORCL the agent has"
+next_doc explore-config
+config="$last"
+cat >"$config" <<'XML'
+<exploreConfig>
+  <dbrecids>
+    <db sid="ORCL" recId="1" stamp="1100000001" firstPassRecId="1" />
+  </dbrecids>
+  <excludes />
+</exploreConfig>
+XML
+orasnap_doc inventory explore --config "$(winpath "$config")"
+
+step "OracleTest: orasnap.exe test"
+orasnap test
+
 step "OracleBackupLogs of ORCL, staging on: orasnap.exe backup-logs"
-orasnap backup-logs "$home" ORCL usn-1 ""
-cp "$data/last.txt" "$data/backup.xml"
+orasnap_doc logs-backup backup-logs --home "$home" --sid ORCL --usn usn-1
+backupDoc="$last"
 
 step "The log folder ($data/logs)"
 ls -l "$data/logs" | sed 1d | sed 's/^/  /'
+description="$(find "$data/logs" -maxdepth 1 -name '*.xml' | sort | head -n 1)"
+echo "  one description file, $(basename "$description"):"
+sed 's/^/    /' "$description"
+echo
+keep_doc log-description "$description"
+
+step "OracleGetLogsFolder: orasnap.exe logs-folder"
+orasnap logs-folder
 
 step "OracleEnumLogs: orasnap.exe enum-logs"
-orasnap enum-logs
+orasnap_doc logs-enum enum-logs
 
 step "OracleRemoveLogsInTemp with the backup's document: orasnap.exe remove-logs"
-orasnap remove-logs "$dataWin\\backup.xml"
+orasnap remove-logs --logs "$(winpath "$backupDoc")"
 echo "  log folder now: $(ls "$data/logs" | wc -l) files; archive folder: $(ls "$data/ORCL/arch" | tr '\n' ' ')"
 
-step "OracleDeleteLogsByTime of ORCL, 0 minutes: orasnap.exe delete-logs-by-time"
-orasnap delete-logs-by-time "$home" ORCL 0
+step "OracleDeleteLogsByTime of ORCL, 0 minutes: orasnap.exe delete-logs --older-than 0"
+orasnap delete-logs --home "$home" --sid ORCL --older-than 0
 echo "  archive folder now: $(ls "$data/ORCL/arch" | tr '\n' ' ')"
 
 # Prints what the simulated server was asked since the last call.
@@ -154,16 +194,26 @@ set_state() {
 step "What the simulated server was asked until now (out/demo/machine/journal.txt)"
 asked
 
-step "OracleCheckVssFunctionality: orasnap.exe vss"
-orasnap vss
+step "OracleCheckVssFunctionality: orasnap.exe vss-check"
+orasnap vss-check
 asked
 
-step "OraclePrepareDbsForBackup, the writers of ORCL and CDB1 enabled: orasnap.exe prepare"
-orasnap prepare '<databases><database sid="ORCL"/><database sid="CDB1"/></databases>'
-cp "$data/last.txt" "$data/prepare.xml"
+step "OracleShouldSkipVssWriter of ORCL, after an explore: orasnap.exe skip-writer"
+orasnap skip-writer --sid ORCL
+asked
+
+step "OraclePrepareDbsForBackup, the writers of ORCL and CDB1 enabled: orasnap.exe prepare --dbs -"
+writers='<databases><database sid="ORCL"/><database sid="CDB1"/></databases>'
+echo "  standard input: $writers"
+next_doc prepare
+echo "  \$ orasnap prepare --dbs - --out $(winpath "$last")"
+"$wine_bin/wine64" "$root/out/bin/orasnap.exe" prepare --dbs - --out "$(winpath "$last")" <<<"$writers" || status=$?
+tr -d '\r' <"$last"
+prepareDoc="$last"
 asked
 echo "  the metadata file $dataWin\\logs\\OracleMeta.xml:"
 sed 's/^/    /' "$data/logs/OracleMeta.xml"
+keep_doc metadata "$data/logs/OracleMeta.xml"
 echo
 echo "  its dbPrepareXml decoded:"
 sed -n 's/.*dbPrepareXml="\([^"]*\)".*/\1/p' "$data/logs/OracleMeta.xml" | base64 -d | sed 's/^/    /'
@@ -176,7 +226,7 @@ cp -r "$data/logs" "$data/snapshot/logs"
 ls "$data/snapshot" "$data/snapshot/logs" | sed 's/^/  /'
 
 step "OracleFinishDbsBackup with the prepare document: orasnap.exe finish"
-orasnap finish "$dataWin\\prepare.xml"
+orasnap finish --dbs "$(winpath "$prepareDoc")"
 asked
 echo "  OracleMeta.xml after the finish: $([ -f "$data/logs/OracleMeta.xml" ] && echo present || echo removed)"
 
@@ -198,5 +248,8 @@ orasnap restore
 asked
 echo "  OracleMeta.xml after the restore: $([ -f "$data/logs/OracleMeta.xml" ] && echo present || echo removed)"
 grep -E '^\[instance|^status =' "$data/scenario.txt.state" | sed 's/^/  /'
+
+step "The documents of this run, kept in $docs"
+ls "$docs" | sed 's/^/  /'
 
 exit "$status"

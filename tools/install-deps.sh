@@ -9,7 +9,7 @@ deps="$root/out/deps"
 packages=(
     cmake make
     g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
-    wine64 libz-mingw-w64-dev googletest dpkg-dev
+    wine64 libz-mingw-w64-dev googletest libcli11-dev dpkg-dev
 )
 
 as_root() {
