@@ -10,6 +10,7 @@ packages=(
     cmake make
     g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
     wine64 libz-mingw-w64-dev googletest libcli11-dev dpkg-dev
+    libxml2-utils
 )
 
 as_root() {

@@ -17,6 +17,7 @@
 
 #include "common/strings/strings.h"
 #include "orasnap/orasnap.h"
+#include "support/kept_documents.h"
 #include "support/ocisim_world.h"
 #include "support/orasnap_library.h"
 #include "support/registry_sandbox.h"
@@ -160,7 +161,7 @@ public:
             << "<restore dbPrepareXml=\"" + util::base64_encode(util::wide_to_utf8(dbsXml)) + "\" />\n";
     }
 
-    std::string MetaFile() const { return test::read_file_text(root_.file(L"logs\\OracleMeta.xml")); }
+    std::string MetaFile() const { return test::read_document_file(root_.file(L"logs\\OracleMeta.xml")); }
     void PutMetaFile(const std::string& text) const
     {
         std::ofstream(root_.file(L"logs\\OracleMeta.xml").c_str(), std::ios::binary) << text;

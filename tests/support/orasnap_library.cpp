@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "support/kept_documents.h"
 #include "support/process.h"
 
 namespace test {
@@ -33,6 +34,7 @@ std::wstring library_t::take(wchar_t* text) const
     if (text == nullptr)
         return L"<null>";
     std::wstring copy(text);
+    keep_document(copy);
     ORASNAP_EXPORT(*this, OracleLibStrFree)(text);
     return copy;
 }

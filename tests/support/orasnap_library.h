@@ -29,7 +29,8 @@ public:
     }
 
     // Reads a text the library allocated, gives it back through OracleLibStrFree, and
-    // tells a null one ("<null>") from an untouched cell ("<untouched>").
+    // tells a null one ("<null>") from an untouched cell ("<untouched>"). A document
+    // is kept for the schema check (support/kept_documents.h).
     std::wstring take(wchar_t* text) const;
 
 private:

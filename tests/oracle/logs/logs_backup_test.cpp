@@ -3,6 +3,7 @@
 #include "logs_machine.h"
 
 #include "common/strings/strings.h"
+#include "support/kept_documents.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -66,7 +67,7 @@ std::string Descriptions(const CLogsMachine& machine)
     std::string texts;
     for (const auto& entry : std::filesystem::directory_iterator(machine.LogsFolder()))
         if (entry.path().extension() == L".xml")
-            texts += test::read_file_text(entry.path().wstring());
+            texts += test::read_document_file(entry.path().wstring());
     return texts;
 }
 

@@ -2,6 +2,7 @@
 
 #include "common/strings/strings.h"
 #include "orasnap/orasnap.h"
+#include "support/kept_documents.h"
 #include "support/process.h"
 
 #include <algorithm>
@@ -74,6 +75,8 @@ HRESULT Run(const library_t& library, std::wstring& text, Call call)
     wchar_t* error = nullptr;
     const HRESULT status = call(&result, &error);
     text = result != nullptr ? result : (error != nullptr ? error : L"");
+    if (result != nullptr)
+        keep_document(text);
     ORASNAP_EXPORT(library, OracleLibStrFree)(result);
     ORASNAP_EXPORT(library, OracleLibStrFree)(error);
     return status;
