@@ -132,12 +132,12 @@ step "OracleExploreInstances: orasnap.exe explore, told the last log of ORCL the
 next_doc explore-config
 config="$last"
 cat >"$config" <<'XML'
-<exploreConfig>
+<config>
   <dbrecids>
     <db sid="ORCL" recId="1" stamp="1100000001" firstPassRecId="1" />
   </dbrecids>
   <excludes />
-</exploreConfig>
+</config>
 XML
 orasnap_doc inventory explore --config "$(winpath "$config")"
 
@@ -249,7 +249,8 @@ asked
 echo "  OracleMeta.xml after the restore: $([ -f "$data/logs/OracleMeta.xml" ] && echo present || echo removed)"
 grep -E '^\[instance|^status =' "$data/scenario.txt.state" | sed 's/^/  /'
 
-step "The documents of this run, kept in $docs"
+step "The documents of this run, kept in $docs, checked against docs/schemas"
 ls "$docs" | sed 's/^/  /'
+bash "$root/tools/check-schemas.sh" "$docs" || status=1
 
 exit "$status"
