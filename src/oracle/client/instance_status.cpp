@@ -60,19 +60,25 @@ void COracleInstanceStatus::GetStatus(std::wstring& status,
                                            "Getting oracle %1 status", type_word(type));
         // Shared with the thread, which may outlive this call if it can't be ended.
         const auto found = std::make_shared<std::wstring>();
-        RunWithDeadline(OracleSettings().connectionTimeoutSec,
-                        [session, type, found] {
-                            RunUnderFaultGuard(
-                                [&] { *found = StatusThread(*session, type); },
-                                "SEH exception has occurred while checking oracle status, exception code: %1",
-                                [&session] { session->abandoned = true; });
-                        },
-                        {"Terminating thread %1", "Failed to terminate thread %1",
-                         [&session] { session->abandoned = true; },
-                         [] {
-                             throw COracleStatusQueryTimeoutExc(
-                                 "Failed to wait checking if oracle instance is opened");
-                         }});
+        const auto timeout = [] {
+            throw COracleStatusQueryTimeoutExc("Failed to wait checking if oracle instance is opened");
+        };
+        try {
+            RunWithDeadline(OracleSettings().connectionTimeoutSec,
+                            [session, type, found] {
+                                RunUnderFaultGuard(
+                                    [&] { *found = StatusThread(*session, type); },
+                                    "SEH exception has occurred while checking oracle status, exception code: %1",
+                                    [&session] { session->abandoned = true; });
+                            },
+                            {"Terminating thread %1", "Failed to terminate thread %1",
+                             [&session] { session->abandoned = true; }, timeout});
+        } catch (const COracleCallTimeoutExc&) {
+            // The session's own bound on the query came first: a late status
+            // query is the status timeout all the same.
+            session->abandoned = true;
+            timeout();
+        }
         status = *found;
         logging::oralib().info("Oracle instance status: %1", util::wide_to_ansi_safe(status));
         operation.ok();
