@@ -60,25 +60,19 @@ void COracleInstanceStatus::GetStatus(std::wstring& status,
                                            "Getting oracle %1 status", type_word(type));
         // Shared with the thread, which may outlive this call if it can't be ended.
         const auto found = std::make_shared<std::wstring>();
-        const auto timeout = [] {
-            throw COracleStatusQueryTimeoutExc("Failed to wait checking if oracle instance is opened");
-        };
-        try {
-            RunWithDeadline(OracleSettings().connectionTimeoutSec,
-                            [session, type, found] {
-                                RunUnderFaultGuard(
-                                    [&] { *found = StatusThread(*session, type); },
-                                    "SEH exception has occurred while checking oracle status, exception code: %1",
-                                    [&session] { session->abandoned = true; });
-                            },
-                            {"Terminating thread %1", "Failed to terminate thread %1",
-                             [&session] { session->abandoned = true; }, timeout});
-        } catch (const COracleCallTimeoutExc&) {
-            // The session's own bound on the query came first: a late status
-            // query is the status timeout all the same.
-            session->abandoned = true;
-            timeout();
-        }
+        RunWithDeadline(OracleSettings().connectionTimeoutSec,
+                        [session, type, found] {
+                            RunUnderFaultGuard(
+                                [&] { *found = StatusThread(*session, type); },
+                                "SEH exception has occurred while checking oracle status, exception code: %1",
+                                [&session] { session->abandoned = true; });
+                        },
+                        {"Terminating thread %1", "Failed to terminate thread %1",
+                         [&session] { session->abandoned = true; },
+                         [] {
+                             throw COracleStatusQueryTimeoutExc(
+                                 "Failed to wait checking if oracle instance is opened");
+                         }});
         status = *found;
         logging::oralib().info("Oracle instance status: %1", util::wide_to_ansi_safe(status));
         operation.ok();
@@ -107,6 +101,10 @@ std::wstring COracleInstanceStatus::GetStatusImpl(COracleSession& session, Statu
     try {
         logging::log_operation_t operation(logging::oralib(),
                                            "Getting oracle %1 status implementation", word);
+        // The thread's deadline bounds the query. A second bound of the same
+        // length would end the call just as the deadline ends the thread, and
+        // the thread could then be killed outside the client.
+        COracleRoundTrips::CUnbounded unbounded(*session.roundTrips);
         const std::shared_ptr<COracleQuery> query = session.NewQuery();
         std::wstring status;
         if (type == InstanceStatus)
