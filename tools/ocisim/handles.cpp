@@ -1,5 +1,7 @@
 #include "handles.h"
 
+#include <windows.h>
+
 #include <algorithm>
 #include <cstring>
 #include <mutex>
@@ -21,6 +23,12 @@ Registry& registry() {
 }
 
 }  // namespace
+
+SvcCtx::SvcCtx() : Handle(OCI_HTYPE_SVCCTX), breakEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
+
+SvcCtx::~SvcCtx() {
+    if (breakEvent) CloseHandle(breakEvent);
+}
 
 Handle* find_live(const void* pointer, ub4 type) {
     if (!pointer) return nullptr;

@@ -52,10 +52,15 @@ struct Session : Handle {
     SessionRights rights;
 };
 
+// `breakEvent` is set by OCIBreak and cleared when a call starts; a hang waits on it
+// for at most `callTimeoutMs` (for ever when 0).
 struct SvcCtx : Handle {
-    SvcCtx() : Handle(OCI_HTYPE_SVCCTX) {}
+    SvcCtx();
+    ~SvcCtx() override;
     Server* server = nullptr;
     Session* session = nullptr;
+    ub4 callTimeoutMs = 0;
+    void* breakEvent = nullptr;
 };
 
 struct Stmt;
@@ -91,10 +96,12 @@ struct Stmt : Handle {
     std::vector<Bind*> binds;
     ResultSet result;
     std::size_t next = 0;
+    SvcCtx* svc = nullptr;  // of the last execute: a fetch is a call on that service context
+    // A fault that strikes at the fetch after `fetchFaultAfter` rows (fetch_fail, or a
+    // fault declared at=fetch).
     bool fetchFault = false;
-    std::size_t fetchFailAfter = 0;
-    int fetchFailCode = 0;
-    std::string fetchFailText;
+    std::size_t fetchFaultAfter = 0;
+    Record fetchFaultRecord;
 };
 
 // The live handle at `pointer` if it is of `type`, otherwise null.

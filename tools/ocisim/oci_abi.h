@@ -54,6 +54,7 @@ constexpr ub4 OCI_ATTR_SERVER = 6;
 constexpr ub4 OCI_ATTR_SESSION = 7;
 constexpr ub4 OCI_ATTR_USERNAME = 22;
 constexpr ub4 OCI_ATTR_PASSWORD = 23;
+constexpr ub4 OCI_ATTR_CALL_TIMEOUT = 531;
 
 // Modes
 constexpr ub4 OCI_DEFAULT = 0x0;

@@ -147,13 +147,31 @@ FaultHit find_fault(const std::string& sid, const std::string& point, const std:
     return hit;
 }
 
-// Carries out a hang, a crash or an error; a fetch failure is left to the fetch.
-void act_on(const FaultHit& hit, const std::string& sid) {
+// A call on a service context starts: an OCIBreak from before it doesn't touch it.
+void start_call(const SvcCtx* svc) {
+    if (svc) ResetEvent(svc->breakEvent);
+}
+
+// A hang inside a call on a service context ends as a real client ends it: at the call
+// timeout (ORA-03156) or at an OCIBreak from another thread (ORA-01013). Without a
+// service context, or with neither, it never ends.
+void hang(const SvcCtx* svc) {
+    if (!svc) {
+        WaitForSingleObject(g_neverSet, INFINITE);
+        return;
+    }
+    const DWORD waited = WaitForSingleObject(svc->breakEvent, svc->callTimeoutMs > 0 ? svc->callTimeoutMs : INFINITE);
+    throw OraError(waited == WAIT_OBJECT_0 ? 1013 : 3156);
+}
+
+// Carries out a hang, a crash or an error, inside a call on `svc` when there is one; a
+// fetch failure is left to the fetch.
+void act_on(const FaultHit& hit, const std::string& sid, const SvcCtx* svc = nullptr) {
     if (!hit.hit) return;
     const std::string& kind = hit.fault.get("kind");
     journal("fault sid=" + sid + " kind=" + kind + " at=" + hit.fault.get("at"));
     if (kind == "hang") {
-        WaitForSingleObject(g_neverSet, INFINITE);
+        hang(svc);
     } else if (kind == "av") {
         volatile std::uintptr_t address = 0;
         *reinterpret_cast<volatile int*>(address) = 1;
@@ -171,6 +189,16 @@ sword fail(Err* err, const std::string& sid, const OraError& e) {
     err->error.text = std::string(e.what()) + "\n";
     journal("error sid=" + sid + " code=" + std::to_string(e.code()));
     return OCI_ERROR;
+}
+
+// An instance can be served by an "old" client (call_timeout = no), one from before
+// call timeouts: it refuses the attribute, so only OCIBreak can cut a hung call.
+bool knows_call_timeouts(const SvcCtx* svc) {
+    if (!svc->server || !svc->server->attached) return true;
+    Simulator& sim = simulator();
+    std::lock_guard<std::mutex> guard(sim.lock);
+    const Instance* instance = sim.world.find(svc->server->sid);
+    return !instance || instance->flag("call_timeout");
 }
 
 std::string mode_name(ub4 mode) {
@@ -241,12 +269,30 @@ sword deliver_row(Stmt* stmt, Err* err, const std::vector<std::string>& row) {
     return status;
 }
 
+// The fault a statement's fetch meets: a fetch_fail declared on the statement, or any
+// fault declared at=fetch for it.
+void arm_fetch_fault(Stmt* stmt, const FaultHit& hit) {
+    stmt->fetchFault = hit.hit;
+    if (!hit.hit) return;
+    stmt->fetchFaultAfter = static_cast<std::size_t>(hit.fault.number("after"));
+    stmt->fetchFaultRecord = hit.fault;
+}
+
 sword fetch_one(Stmt* stmt, Err* err) {
-    if (stmt->fetchFault && stmt->next >= stmt->fetchFailAfter) {
-        journal("fault sid=" + stmt->sid + " kind=fetch_fail at=fetch");
-        return fail(err, stmt->sid,
-                    OraError(stmt->fetchFailCode,
-                             stmt->fetchFailText.empty() ? ora_text(stmt->fetchFailCode) : stmt->fetchFailText));
+    if (stmt->fetchFault && stmt->next >= stmt->fetchFaultAfter) {
+        const Record& fault = stmt->fetchFaultRecord;
+        if (fault.get("kind") != "fetch_fail") {
+            try {
+                act_on(FaultHit{true, false, fault}, stmt->sid, as<SvcCtx>(stmt->svc, OCI_HTYPE_SVCCTX));
+            } catch (const OraError& e) {
+                return fail(err, stmt->sid, e);
+            }
+        } else {
+            journal("fault sid=" + stmt->sid + " kind=fetch_fail at=fetch");
+            const int code = fault.get("code").empty() ? 3113 : std::stoi(fault.get("code"));
+            const std::string& message = fault.get("message");
+            return fail(err, stmt->sid, OraError(code, message.empty() ? ora_text(code) : message));
+        }
     }
     if (stmt->next >= stmt->result.rows.size()) return OCI_NO_DATA;
     return deliver_row(stmt, err, stmt->result.rows[stmt->next++]);
@@ -281,8 +327,9 @@ sword instance_call(OCISvcCtx* svchp, OCIError* errhp, const std::string& point,
         if (!svc->server || !svc->server->attached) throw OraError(3114);
         if (!svc->session || !svc->session->begun) throw OraError(1012);
         if (!valid) throw OraError(24300);
+        start_call(svc);
         round_trip(sid);
-        act_on(find_fault(sid, point, ""), sid);
+        act_on(find_fault(sid, point, ""), sid, svc);
         with_engine(sid, svc->session->rights, operation);
     } catch (const OraError& e) {
         return fail(err, sid, e);
@@ -408,6 +455,12 @@ sword OCIAttrSet(void* trgthndlp, ub4 trghndltyp, void* attributep, ub4 size, ub
             svc->session = session;
             return OCI_SUCCESS;
         }
+        if (attrtype == OCI_ATTR_CALL_TIMEOUT) {
+            if (!attributep || size != sizeof(ub4)) return fail(err, "", OraError(24300));
+            if (!knows_call_timeouts(svc)) return fail(err, "", OraError(24315));
+            svc->callTimeoutMs = *static_cast<const ub4*>(attributep);
+            return OCI_SUCCESS;
+        }
     } else if (trghndltyp == OCI_HTYPE_SESSION) {
         Session* session = as<Session>(trgthndlp, OCI_HTYPE_SESSION);
         if (!session) return OCI_INVALID_HANDLE;
@@ -465,6 +518,11 @@ sword OCISessionEnd(OCISvcCtx* svchp, OCIError* errhp, OCISession* usrhp, ub4 mo
     journal("logoff sid=" + sid);
     if (mode != OCI_DEFAULT) return fail(err, sid, OraError(24300));
     if (!session->begun) return fail(err, sid, OraError(1012));
+    try {
+        act_on(find_fault(sid, "logoff", ""), sid);
+    } catch (const OraError& e) {
+        return fail(err, sid, e);
+    }
     round_trip(sid);
     session->begun = false;
     return OCI_SUCCESS;
@@ -564,15 +622,15 @@ sword OCIStmtExecute(OCISvcCtx* svchp, OCIStmt* stmtp, OCIError* errhp, ub4 iter
                 value.text = bound_text(**bind);
             binds[name] = value;
         }
+        start_call(svc);
+        stmt->svc = svc;
         round_trip(sid);
         const FaultHit hit = find_fault(sid, "sql", stmt->text);
-        stmt->fetchFault = hit.hit && hit.fault.get("kind") == "fetch_fail";
-        if (stmt->fetchFault) {
-            stmt->fetchFailAfter = static_cast<std::size_t>(hit.fault.number("after"));
-            stmt->fetchFailCode = hit.fault.get("code").empty() ? 3113 : std::stoi(hit.fault.get("code"));
-            stmt->fetchFailText = hit.fault.get("message");
+        if (hit.hit && hit.fault.get("kind") == "fetch_fail") {
+            arm_fetch_fault(stmt, hit);
         } else {
-            act_on(hit, sid);
+            act_on(hit, sid, svc);
+            arm_fetch_fault(stmt, query ? find_fault(sid, "fetch", stmt->text) : FaultHit{});
         }
         with_engine(sid, svc->session->rights,
                     [&](Engine& engine, const Instance&) { stmt->result = engine.execute(stmt->text, binds); });
@@ -604,6 +662,7 @@ sword OCIStmtFetch2(OCIStmt* stmthp, OCIError* errhp, ub4 nrows, ub2 orientation
     if (nrows != 1 || (orientation != OCI_FETCH_NEXT && orientation != OCI_DEFAULT) || fetchOffset != 0 ||
         mode != OCI_DEFAULT)
         return fail(err, stmt->sid, OraError(24300));
+    start_call(as<SvcCtx>(stmt->svc, OCI_HTYPE_SVCCTX));
     round_trip(stmt->sid);
     return fetch_one(stmt, err);
 }
@@ -640,6 +699,16 @@ sword OCIDBStartup(OCISvcCtx* svchp, OCIError* errhp, OCIAdmin* admhp, ub4 mode,
 sword OCIDBShutdown(OCISvcCtx* svchp, OCIError* errhp, OCIAdmin* admhp, ub4 mode) {
     return instance_call(svchp, errhp, "shutdown", " mode=" + shutdown_name(mode), !admhp,
                          [mode](Engine& engine, const Instance&) { engine.shutdown(mode); });
+}
+
+// Cancels the call running on the service context, from any thread: the call fails
+// with ORA-01013. Holds no lock while the other thread waits.
+sword OCIBreak(void* hndlp, OCIError* errhp) {
+    SvcCtx* svc = as<SvcCtx>(hndlp, OCI_HTYPE_SVCCTX);
+    if (!svc || !as<Err>(errhp, OCI_HTYPE_ERROR)) return OCI_INVALID_HANDLE;
+    journal("break sid=" + (svc->server ? svc->server->sid : std::string()));
+    SetEvent(svc->breakEvent);
+    return OCI_SUCCESS;
 }
 
 }  // extern "C"

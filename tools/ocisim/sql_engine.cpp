@@ -119,6 +119,7 @@ std::string ora_text(int code) {
         {1531, "ORA-01531: a database already open by the instance"},
         {3113, "ORA-03113: end-of-file on communication channel"},
         {3114, "ORA-03114: not connected to ORACLE"},
+        {3156, "ORA-03156: OCI call timed out"},
         {12154, "ORA-12154: TNS:could not resolve the connect identifier specified"},
         {12560, "ORA-12560: TNS:protocol adapter error"},
         {24300, "ORA-24300: bad value for mode"},
@@ -338,10 +339,17 @@ FaultHit take_fault(Instance& instance, const std::string& point, const std::str
         const std::int64_t times = fault->number("times");
         if (times == 0) continue;
         const std::string& at = fault->get("at");
+        const bool byText = point == "sql" || point == "fetch";
         const bool matches =
-            (at == point && (point != "sql" || statement.find(fault->get("text")) != std::string::npos)) ||
+            (at == point && (!byText || statement.find(fault->get("text")) != std::string::npos)) ||
             (point == "sql" && at == "status" && is_status_query(statement));
         if (!matches) continue;
+        const std::int64_t skip = fault->number("skip");
+        if (skip > 0) {
+            fault->set("skip", std::to_string(skip - 1));
+            result.changed = true;
+            continue;
+        }
         if (times > 0) {
             fault->set("times", std::to_string(times - 1));
             result.changed = true;

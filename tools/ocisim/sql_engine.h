@@ -115,9 +115,10 @@ void check_logon(const Instance& instance, bool external, const std::string& log
                  bool sysdba, bool prelim);
 
 // A fault of the instance that applies at `point` ("attach", "session_begin", "sql",
-// "startup", "shutdown"); for "sql", `statement` is matched against the fault's text,
-// and a status query also matches faults at "status". A fault with a positive `times`
-// is used up one firing at a time.
+// "fetch", "startup", "shutdown", "logoff"); for "sql" and "fetch", `statement` is
+// matched against the fault's text, and a status query also matches faults at "status".
+// A fault with a positive `skip` lets that many matching calls through first; one with
+// a positive `times` is used up one firing at a time.
 struct FaultHit {
     bool hit = false;
     bool changed = false;

@@ -41,6 +41,7 @@ const FieldDef kInstanceProps[] = {
     {"os_sysdba", "yes", false},
     {"os_user", "no", false},
     {"latency_ms", "0", true},
+    {"call_timeout", "yes", false},
 };
 
 struct KindDef {
@@ -85,6 +86,7 @@ const std::vector<KindDef>& kinds() {
           {"code", "", true},
           {"message", "", false},
           {"after", "0", true},
+          {"skip", "0", true},
           {"times", "-1", true}},
          {"kind"}},
     };

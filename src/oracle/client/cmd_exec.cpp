@@ -19,13 +19,15 @@ std::string handle_number(const std::shared_ptr<COracleHandle>& handle)
 } // namespace
 
 COracleCmdExec::COracleCmdExec(const SOracleSessionHandles& session, const std::string& command)
-    : env(session.env), serviceContext(session.serviceContext), command(command)
+    : env(session.env), serviceContext(session.serviceContext), roundTrips(session.roundTrips),
+      command(command)
 {
     try {
         logging::log_operation_t operation(logging::oralib(),
                                            "Creating oracle cmd executor: %1", command);
-        if (!env || !serviceContext)
+        if (!env || !serviceContext || !roundTrips)
             throw exc::runtime_exc_t("The oracle session has no connection.");
+        roundTrips->CheckUsable();
         statement = COracleHandle::Alloc(env, oci::OCI_HTYPE_STMT);
         env->Check(env->Ora().StmtPrepare(statement->As<oci::OCIStmt>(), env->ErrorHandle(), command));
         operation.ok();
@@ -53,8 +55,10 @@ void COracleCmdExec::Execute()
     try {
         logging::log_operation_t operation(logging::oralib(),
                                            "Executing oracle cmd: %1", handle_number(statement));
-        env->Check(env->Ora().StmtExecute(serviceContext->As<oci::OCISvcCtx>(),
-                                          statement->As<oci::OCIStmt>(), env->ErrorHandle(), 1));
+        env->Check(roundTrips->Run(command, [&] {
+            return env->Ora().StmtExecute(serviceContext->As<oci::OCISvcCtx>(),
+                                          statement->As<oci::OCIStmt>(), env->ErrorHandle(), 1);
+        }));
         operation.ok();
     } catch (const std::exception& e) {
         exc::throw_nested_trace(

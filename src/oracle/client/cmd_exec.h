@@ -9,7 +9,8 @@ namespace specific {
 namespace oracle {
 
 // Runs one PL/SQL block or DDL statement on a session, with bound
-// parameters where a query has no way of binding.
+// parameters where a query has no way of binding; its execute is bounded as
+// the session's round trips are.
 class COracleCmdExec {
 public:
     // Prepares `command`.
@@ -25,6 +26,7 @@ private:
     std::shared_ptr<COracleEnv> env;
     std::shared_ptr<COracleHandle> serviceContext;
     std::shared_ptr<COracleHandle> statement;
+    std::shared_ptr<COracleRoundTrips> roundTrips;
     std::string command;
 };
 

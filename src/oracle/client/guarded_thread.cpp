@@ -201,7 +201,10 @@ void RunUnderFaultGuard(const std::function<void()>& body, const std::string& fa
                         const std::function<void()>& onFault)
 {
     SGuardedBody guarded{&body, nullptr};
-    const unsigned long code = orasnap_seh_guarded_call(&run_guarded_body, &guarded);
+    unsigned long code = orasnap_seh_guarded_call(&run_guarded_body, &guarded);
+    // A crash that the client call's own guard caught counts as one caught here.
+    if (const auto* crash = dynamic_cast<const COracleClientCrashExc*>(guarded.error.get()))
+        code = crash->code();
     if (code != 0) {
         onFault();
         throw COracleExc(util::format_msg(failure, util::hex_str(static_cast<uint32_t>(code))));

@@ -82,8 +82,9 @@ struct SLateThread {
 void RunWithDeadline(int32_t timeoutSec, std::function<void()> body, const SLateThread& late);
 
 // Runs `body` under the structured exception guard: a fault inside the client
-// (an access violation, say) raises COracleExc with `failure`, where "%1" stands
-// for the exception code in hex, instead of ending the process; `onFault` runs
+// (an access violation, say, or the COracleClientCrashExc of a guarded client
+// call) raises COracleExc with `failure`, where "%1" stands for the exception
+// code in hex, instead of ending the process; `onFault` runs
 // first (to abandon the session, say). What `body` throws is raised again
 // here. Objects of the frames between the fault and the guard are not
 // destroyed, so `body` should hold nothing that must be released.

@@ -101,6 +101,10 @@ std::wstring COracleInstanceStatus::GetStatusImpl(COracleSession& session, Statu
     try {
         logging::log_operation_t operation(logging::oralib(),
                                            "Getting oracle %1 status implementation", word);
+        // The thread's deadline bounds the query. A second bound of the same
+        // length would end the call just as the deadline ends the thread, and
+        // the thread could then be killed outside the client.
+        COracleRoundTrips::CUnbounded unbounded(*session.roundTrips);
         const std::shared_ptr<COracleQuery> query = session.NewQuery();
         std::wstring status;
         if (type == InstanceStatus)

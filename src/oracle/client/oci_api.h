@@ -51,6 +51,9 @@ constexpr ub4 OCI_ATTR_SERVER = 6;
 constexpr ub4 OCI_ATTR_SESSION = 7;
 constexpr ub4 OCI_ATTR_USERNAME = 22;
 constexpr ub4 OCI_ATTR_PASSWORD = 23;
+// Milliseconds that one round trip on a service context may take (0: no limit);
+// clients from before call timeouts refuse it.
+constexpr ub4 OCI_ATTR_CALL_TIMEOUT = 531;
 
 // Modes and credential kinds.
 constexpr ub4 OCI_DEFAULT = 0;
@@ -103,6 +106,7 @@ using OCIErrorGet_t = sword (*)(void* hndlp, ub4 recordno, OraText* sqlstate, sb
 using OCIDBStartup_t = sword (*)(OCISvcCtx* svchp, OCIError* errhp, OCIAdmin* admhp, ub4 mode,
                                  ub4 flags);
 using OCIDBShutdown_t = sword (*)(OCISvcCtx* svchp, OCIError* errhp, OCIAdmin* admhp, ub4 mode);
+using OCIBreak_t = sword (*)(void* hndlp, OCIError* errhp);
 
 // The resolved entry points of one loaded client library.
 struct SOciFunctions {
@@ -122,6 +126,8 @@ struct SOciFunctions {
     OCIErrorGet_t ErrorGet = nullptr;
     OCIDBStartup_t DBStartup = nullptr;
     OCIDBShutdown_t DBShutdown = nullptr;
+    // Optional: null for a client without it.
+    OCIBreak_t Break = nullptr;
 };
 
 } // namespace oci

@@ -53,10 +53,36 @@ COracleEnv::COracleEnv(std::shared_ptr<CWinOraInterface> ora, oci::OCIEnv* handl
 COracleEnv::~COracleEnv()
 {
     // The error handle goes even for an abandoned session; the environment
-    // of one is left to the end of the process.
+    // of one is left to the end of the process. A given-up session keeps both.
+    const bool givenUp = GivenUp();
+    if (givenUp && error)
+        error->handle = nullptr;
     error.reset();
-    if (!leakHandle && handle != nullptr)
+    if (!leakHandle && !givenUp && handle != nullptr)
         ora_->HandleFree(handle, oci::OCI_HTYPE_ENV);
+}
+
+void COracleEnv::GiveUp(const std::string& reason)
+{
+    std::lock_guard<std::mutex> lock(fateLock_);
+    if (giveUpReason_.empty())
+        giveUpReason_ = reason;
+}
+
+bool COracleEnv::GivenUp() const
+{
+    {
+        std::lock_guard<std::mutex> lock(fateLock_);
+        if (!giveUpReason_.empty())
+            return true;
+    }
+    return ora_->Crashed(handle) || ora_->Crashed(ErrorHandle());
+}
+
+std::string COracleEnv::GiveUpReason() const
+{
+    std::lock_guard<std::mutex> lock(fateLock_);
+    return giveUpReason_.empty() ? "The Oracle client crashed in an earlier call." : giveUpReason_;
 }
 
 int32_t COracleEnv::Check(oci::sword status, int32_t ignoredCode)
@@ -88,23 +114,24 @@ std::shared_ptr<COracleHandle> COracleHandle::Alloc(const std::shared_ptr<COracl
 {
     void* handle = nullptr;
     env->Check(env->Ora().HandleAlloc(env->handle, &handle, type));
-    return std::make_shared<COracleHandle>(env->OraPtr(), handle, type);
+    return std::make_shared<COracleHandle>(env->OraPtr(), handle, type, env);
 }
 
 std::shared_ptr<COracleHandle> COracleHandle::Wrap(const std::shared_ptr<COracleEnv>& env,
                                                    void* handle, oci::ub4 type)
 {
-    return std::make_shared<COracleHandle>(env->OraPtr(), handle, type);
+    return std::make_shared<COracleHandle>(env->OraPtr(), handle, type, env);
 }
 
-COracleHandle::COracleHandle(std::shared_ptr<CWinOraInterface> ora, void* handle, oci::ub4 type)
-    : handle(handle), type(type), ora_(std::move(ora))
+COracleHandle::COracleHandle(std::shared_ptr<CWinOraInterface> ora, void* handle, oci::ub4 type,
+                             std::shared_ptr<const COracleEnv> owner)
+    : handle(handle), type(type), ora_(std::move(ora)), owner_(std::move(owner))
 {
 }
 
 COracleHandle::~COracleHandle()
 {
-    if (handle != nullptr && !leakHandle)
+    if (handle != nullptr && !leakHandle && !(owner_ && owner_->GivenUp()))
         ora_->HandleFree(handle, type);
 }
 

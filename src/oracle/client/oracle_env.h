@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace specific {
@@ -46,6 +47,14 @@ public:
     int32_t Check(oci::sword status, int32_t ignoredCode = 0);
 
     oci::OCIError* ErrorHandle() const { return error ? error->handle : nullptr; }
+
+    // Gives the session of this environment up: a call of it timed out, and
+    // none of its handles is touched again, not even to be freed. `reason`
+    // tells a later user why.
+    void GiveUp(const std::string& reason);
+    // Given up, or the client crashed in a call of this session.
+    bool GivenUp() const;
+    std::string GiveUpReason() const;
     const CWinOraInterface& Ora() const { return *ora_; }
     const std::shared_ptr<CWinOraInterface>& OraPtr() const { return ora_; }
 
@@ -57,6 +66,8 @@ public:
 
 private:
     std::shared_ptr<CWinOraInterface> ora_;
+    mutable std::mutex fateLock_;
+    std::string giveUpReason_;
 };
 
 // Owner of any other OCI handle.
@@ -69,7 +80,10 @@ public:
     static std::shared_ptr<COracleHandle> Wrap(const std::shared_ptr<COracleEnv>& env,
                                                void* handle, oci::ub4 type);
 
-    COracleHandle(std::shared_ptr<CWinOraInterface> ora, void* handle, oci::ub4 type);
+    // `owner`, when given, is the environment whose session the handle
+    // belongs to: a handle of a given-up session is never freed.
+    COracleHandle(std::shared_ptr<CWinOraInterface> ora, void* handle, oci::ub4 type,
+                  std::shared_ptr<const COracleEnv> owner = nullptr);
     ~COracleHandle();
     COracleHandle(const COracleHandle&) = delete;
     COracleHandle& operator=(const COracleHandle&) = delete;
@@ -87,6 +101,7 @@ public:
 
 private:
     std::shared_ptr<CWinOraInterface> ora_;
+    std::shared_ptr<const COracleEnv> owner_;
 };
 
 } // namespace oracle

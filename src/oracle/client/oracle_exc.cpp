@@ -17,6 +17,16 @@ COracleStatusQueryTimeoutExc::COracleStatusQueryTimeoutExc(const std::string& me
 {
 }
 
+COracleCallTimeoutExc::COracleCallTimeoutExc(const std::string& message, uint32_t code)
+    : exc_impl_t(message, code)
+{
+}
+
+COracleClientCrashExc::COracleClientCrashExc(const std::string& message, uint32_t code)
+    : exc_impl_t(message, code)
+{
+}
+
 COracleSessionCreateExc::COracleSessionCreateExc(const std::string& message)
     : exc_impl_t(message)
 {

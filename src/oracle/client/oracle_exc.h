@@ -27,6 +27,21 @@ public:
     explicit COracleStatusQueryTimeoutExc(const std::string& message);
 };
 
+// A statement's execute or fetch outlived the connection timeout and was
+// cancelled; `code` holds the error the client gave the cancelled call.
+class COracleCallTimeoutExc : public exc::exc_impl_t<COracleCallTimeoutExc, COracleExc> {
+public:
+    COracleCallTimeoutExc(const std::string& message, uint32_t code);
+};
+
+// A structured exception (an access violation, say) ended a call inside the
+// client; `code` holds the exception code. Not a COracleExc: it is no answer of
+// the server, and nothing may be retried on that session.
+class COracleClientCrashExc : public exc::exc_impl_t<COracleClientCrashExc, exc::runtime_exc_t> {
+public:
+    COracleClientCrashExc(const std::string& message, uint32_t code);
+};
+
 // The init thread ended without a usable session. Deliberately not a
 // COracleExc: a missing client or a fault in it is no answer of the server.
 class COracleSessionCreateExc : public exc::exc_impl_t<COracleSessionCreateExc, exc::runtime_exc_t> {

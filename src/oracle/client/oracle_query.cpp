@@ -53,7 +53,7 @@ bool COracleQueryResult::Next(COracleRow& row)
 
 COracleQuery::COracleQuery(const SOracleSessionHandles& owner)
     : env(owner.env), serviceContext(owner.serviceContext), server(owner.server),
-      session(owner.session)
+      session(owner.session), roundTrips(owner.roundTrips)
 {
 }
 
@@ -84,13 +84,14 @@ std::shared_ptr<COracleQueryResult> COracleQuery::Exec(const std::string& sql,
 {
     try {
         logging::oralib().info("Exec oracle query: %1", sql);
-        if (!env || !serviceContext || !session)
+        if (!env || !serviceContext || !session || !roundTrips)
             throw exc::runtime_exc_t("The oracle session has no connection.");
+        roundTrips->CheckUsable();
         const std::shared_ptr<COracleHandle> statement = Prepare(sql);
         // Declared after the statement, so the defines are released first.
         const SColumns columns = Define(*statement, columnCount);
-        Execute(*statement, columnCount);
-        auto result = std::make_shared<COracleQueryResult>(Fetch(*statement, columns, upperCase));
+        Execute(sql, *statement, columnCount);
+        auto result = std::make_shared<COracleQueryResult>(Fetch(sql, *statement, columns, upperCase));
         log_result(*result);
         return result;
     } catch (const std::exception& e) {
@@ -113,24 +114,29 @@ COracleQuery::SColumns COracleQuery::Define(const COracleHandle& statement, uint
     return columns;
 }
 
-void COracleQuery::Execute(const COracleHandle& statement, uint32_t columnCount)
+void COracleQuery::Execute(const std::string& sql, const COracleHandle& statement,
+                           uint32_t columnCount)
 {
-    env->Check(env->Ora().StmtExecute(serviceContext->As<oci::OCISvcCtx>(),
+    env->Check(roundTrips->Run(sql, [&] {
+        return env->Ora().StmtExecute(serviceContext->As<oci::OCISvcCtx>(),
                                       statement.As<oci::OCIStmt>(), env->ErrorHandle(),
-                                      columnCount == 0 ? 1 : 0));
+                                      columnCount == 0 ? 1 : 0);
+    }));
 }
 
-std::vector<COracleRow> COracleQuery::Fetch(const COracleHandle& statement, const SColumns& columns,
-                                            bool upperCase)
+std::vector<COracleRow> COracleQuery::Fetch(const std::string& sql, const COracleHandle& statement,
+                                            const SColumns& columns, bool upperCase)
 {
     std::vector<COracleRow> rows;
     if (columns.buffers.empty())
         return rows;
     for (;;) {
         // Any status but success ends the rows: those read so far are the
-        // result, whether the end came as no data or as an error.
-        const oci::sword status =
-            env->Ora().StmtFetch2(statement.As<oci::OCIStmt>(), env->ErrorHandle());
+        // result, whether the end came as no data or as an error, unless the
+        // fetch outlived the connection timeout.
+        const oci::sword status = roundTrips->Run(sql, [&] {
+            return env->Ora().StmtFetch2(statement.As<oci::OCIStmt>(), env->ErrorHandle());
+        });
         if (status != oci::OCI_SUCCESS && status != oci::OCI_SUCCESS_WITH_INFO)
             return rows;
         bool complete = true;

@@ -26,7 +26,8 @@ public:
 };
 
 // Runs SQL texts on one session and reads all their rows at once, one row
-// per round trip, each value as a wide string.
+// per round trip, each value as a wide string. Each execute and fetch is
+// bounded as the session's round trips are.
 class COracleQuery {
 public:
     explicit COracleQuery(const SOracleSessionHandles& session);
@@ -45,14 +46,15 @@ private:
 
     std::shared_ptr<COracleHandle> Prepare(const std::string& sql);
     SColumns Define(const COracleHandle& statement, uint32_t columnCount);
-    void Execute(const COracleHandle& statement, uint32_t columnCount);
-    std::vector<COracleRow> Fetch(const COracleHandle& statement, const SColumns& columns,
-                                  bool upperCase);
+    void Execute(const std::string& sql, const COracleHandle& statement, uint32_t columnCount);
+    std::vector<COracleRow> Fetch(const std::string& sql, const COracleHandle& statement,
+                                  const SColumns& columns, bool upperCase);
 
     std::shared_ptr<COracleEnv> env;
     std::shared_ptr<COracleHandle> serviceContext;
     std::shared_ptr<COracleHandle> server;
     std::shared_ptr<COracleHandle> session;
+    std::shared_ptr<COracleRoundTrips> roundTrips;
 };
 
 // One fetched value: the bytes up to the first zero or the end of the

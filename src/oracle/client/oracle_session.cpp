@@ -20,7 +20,8 @@ COracleSession::COracleSession(const SOracleCredentials& credentials) : credenti
 COracleSession::~COracleSession()
 {
     try {
-        if (abandoned) {
+        roundTrips.reset();
+        if (abandoned || (env && env->GivenUp())) {
             for (const auto& handle : {session, server, serviceContext})
                 if (handle)
                     handle->leakHandle = true;
@@ -62,6 +63,7 @@ void COracleSession::Init(oci::ub4 mode)
         logging::log_operation_t operation(logging::oralib(), "Initializing oracle session");
         env = COracleEnv::Create();
         serviceContext = COracleHandle::Alloc(env, oci::OCI_HTYPE_SVCCTX);
+        roundTrips = std::make_shared<COracleRoundTrips>(env, serviceContext);
         server = COracleHandle::Alloc(env, oci::OCI_HTYPE_SERVER);
         InitServer();
         InitSessionHandle();
@@ -191,6 +193,8 @@ bool COracleSession::IsVersion10OrLower()
 
 void COracleSession::MountAndOpen()
 {
+    // Opening may run crash recovery first: like startup, it isn't bounded.
+    COracleRoundTrips::CUnbounded unbounded(*roundTrips);
     NewQuery()->ExecNoResult("ALTER DATABASE MOUNT");
     NewQuery()->ExecNoResult("ALTER DATABASE OPEN");
 }
@@ -200,6 +204,7 @@ void COracleSession::Startup()
     try {
         logging::log_operation_t operation(logging::oralib(), "Starting up database");
         logging::oralib().info("Startup in NOMOUNT mode");
+        COracleRoundTrips::CUnbounded unbounded(*roundTrips);
         env->Check(env->Ora().DBStartup(serviceContext->As<oci::OCISvcCtx>(), env->ErrorHandle()));
         operation.ok();
     } catch (const std::exception& e) {
@@ -211,6 +216,8 @@ void COracleSession::Shutdown()
 {
     try {
         logging::log_operation_t operation(logging::oralib(), "Shutting down database");
+        // A shutdown may rightly take minutes: none of its calls is bounded.
+        COracleRoundTrips::CUnbounded unbounded(*roundTrips);
         // The results of the two shutdown calls are not checked: the
         // statements between them report what matters.
         env->Ora().DBShutdown(serviceContext->As<oci::OCISvcCtx>(), env->ErrorHandle(),

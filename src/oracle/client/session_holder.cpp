@@ -83,6 +83,7 @@ COracleSessionHolder::COracleSessionHolder(const std::wstring& sid, const std::w
             throw COracleSessionCreateExc("Failed to create oracle session holder.");
         if (!session->valid)
             throw COracleSessionCreateExc("Failed to create oracle session holder. Session is invalid.");
+        session->roundTrips->Bound(util::wide_to_ansi_safe(sid), OracleSettings().connectionTimeoutSec);
         operation.ok();
     } catch (const std::exception& e) {
         exc::throw_nested_trace(
@@ -113,6 +114,11 @@ void COracleSessionHolder::InitThread()
                 util::hex_str(static_cast<uint32_t>(code)));
         if (init.error)
             init.error->rethrow();
+    } catch (const COracleClientCrashExc& e) {
+        // As a fault the guard caught: the session stands invalid or not at all.
+        logging::oralib().error(
+            "SEH exception has occurred while initializing Oracle session, exception code: %1",
+            util::hex_str(e.code()));
     } catch (const COracleClientLoadExc& e) {
         // No session comes of it, and that is the failure the caller sees.
         logging::oralib().error_exc("Failed to load OCI library", e, ClientLoadHint(e));

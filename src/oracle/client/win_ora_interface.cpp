@@ -8,6 +8,7 @@
 #include "oracle/client/seh_guard.h"
 
 #include <mutex>
+#include <type_traits>
 #include <utility>
 
 namespace specific {
@@ -42,6 +43,30 @@ void LoadGuarded(void* param)
     load->module = LoadLibraryW(load->name);
     load->error = load->module == nullptr ? GetLastError() : ERROR_SUCCESS;
 }
+
+[[noreturn]] void throw_client_crash(const char* function, unsigned long code)
+{
+    const std::string codeText = util::hex_str(static_cast<uint32_t>(code));
+    logging::oralib().error("The Oracle client crashed in %1 with the exception %2; the process may be unstable.",
+                            function, codeText);
+    throw COracleClientCrashExc(
+        util::format_msg("The Oracle client crashed in %1 with the exception %2.", function, codeText),
+        static_cast<uint32_t>(code));
+}
+
+// The frame that a guarded call runs in: a lambda over plain values, so no
+// frame between a fault and the guard has anything to destroy.
+template <typename F>
+struct SGuardedCall {
+    F* call;
+    oci::sword result;
+
+    static void Run(void* arg)
+    {
+        auto* current = static_cast<SGuardedCall*>(arg);
+        current->result = (*current->call)();
+    }
+};
 
 std::wstring module_path(HMODULE module)
 {
@@ -102,6 +127,10 @@ std::shared_ptr<CWinOraInterface> CWinOraInterface::Load(const std::wstring& lib
     resolve(module.get(), path, "OCIErrorGet", fn.ErrorGet);
     resolve(module.get(), path, "OCIDBStartup", fn.DBStartup);
     resolve(module.get(), path, "OCIDBShutdown", fn.DBShutdown);
+    // Older clients may lack it; statements on them are then bounded only by a
+    // call timeout, if the client has that.
+    fn.Break = reinterpret_cast<oci::OCIBreak_t>(
+        reinterpret_cast<void*>(GetProcAddress(module.get(), "OCIBreak")));
     module.release();
     return std::make_shared<CWinOraInterface>(fn, path);
 }
@@ -118,36 +147,63 @@ CWinOraInterface::CWinOraInterface(const oci::SOciFunctions& functions, std::wst
 {
 }
 
+template <typename F>
+oci::sword CWinOraInterface::Guarded(const char* function, const void* key, F&& call) const
+{
+    SGuardedCall<std::remove_reference_t<F>> frame{&call, oci::OCI_ERROR};
+    const unsigned long fault = orasnap_seh_guarded_call(&decltype(frame)::Run, &frame);
+    if (fault == 0)
+        return frame.result;
+    if (key != nullptr) {
+        std::lock_guard<std::mutex> lock(crashLock_);
+        crashed_.insert(key);
+    }
+    throw_client_crash(function, fault);
+}
+
+bool CWinOraInterface::Crashed(const void* handle) const
+{
+    if (handle == nullptr)
+        return false;
+    std::lock_guard<std::mutex> lock(crashLock_);
+    return crashed_.count(handle) != 0;
+}
+
 oci::sword CWinOraInterface::EnvCreate(oci::OCIEnv** env, oci::ub4 mode) const
 {
     CClientCallMark mark;
-    return fn_.EnvCreate(env, mode, nullptr, nullptr, nullptr, nullptr, 0, nullptr);
+    return Guarded("OCIEnvCreate", nullptr, [&] { return fn_.EnvCreate(env, mode, nullptr, nullptr, nullptr, nullptr, 0, nullptr); });
 }
 
 oci::sword CWinOraInterface::HandleAlloc(const void* parent, void** handle, oci::ub4 type) const
 {
     CClientCallMark mark;
-    return fn_.HandleAlloc(parent, handle, type, 0, nullptr);
+    return Guarded("OCIHandleAlloc", parent, [&] { return fn_.HandleAlloc(parent, handle, type, 0, nullptr); });
 }
 
 oci::sword CWinOraInterface::HandleFree(void* handle, oci::ub4 type) const
 {
     CClientCallMark mark;
-    return fn_.HandleFree(handle, type);
+    // Called by destructors: a crash is logged and reported as an error, never raised.
+    try {
+        return Guarded("OCIHandleFree", handle, [&] { return fn_.HandleFree(handle, type); });
+    } catch (...) {
+        return oci::OCI_ERROR;
+    }
 }
 
 oci::sword CWinOraInterface::ServerAttach(oci::OCIServer* server, oci::OCIError* error,
                                           oci::ub4 mode) const
 {
     CClientCallMark mark;
-    return fn_.ServerAttach(server, error, nullptr, 0, mode);
+    return Guarded("OCIServerAttach", error, [&] { return fn_.ServerAttach(server, error, nullptr, 0, mode); });
 }
 
 oci::sword CWinOraInterface::AttrSet(void* target, oci::ub4 targetType, void* value, oci::ub4 size,
                                      oci::ub4 attribute, oci::OCIError* error) const
 {
     CClientCallMark mark;
-    return fn_.AttrSet(target, targetType, value, size, attribute, error);
+    return Guarded("OCIAttrSet", error, [&] { return fn_.AttrSet(target, targetType, value, size, attribute, error); });
 }
 
 oci::sword CWinOraInterface::SessionBegin(oci::OCISvcCtx* serviceContext, oci::OCIError* error,
@@ -155,29 +211,29 @@ oci::sword CWinOraInterface::SessionBegin(oci::OCISvcCtx* serviceContext, oci::O
                                           oci::ub4 mode) const
 {
     CClientCallMark mark;
-    return fn_.SessionBegin(serviceContext, error, session, credentials, mode);
+    return Guarded("OCISessionBegin", error, [&] { return fn_.SessionBegin(serviceContext, error, session, credentials, mode); });
 }
 
 oci::sword CWinOraInterface::SessionEnd(oci::OCISvcCtx* serviceContext, oci::OCIError* error,
                                         oci::OCISession* session) const
 {
     CClientCallMark mark;
-    return fn_.SessionEnd(serviceContext, error, session, oci::OCI_DEFAULT);
+    return Guarded("OCISessionEnd", error, [&] { return fn_.SessionEnd(serviceContext, error, session, oci::OCI_DEFAULT); });
 }
 
 oci::sword CWinOraInterface::ServerDetach(oci::OCIServer* server, oci::OCIError* error) const
 {
     CClientCallMark mark;
-    return fn_.ServerDetach(server, error, oci::OCI_DEFAULT);
+    return Guarded("OCIServerDetach", error, [&] { return fn_.ServerDetach(server, error, oci::OCI_DEFAULT); });
 }
 
 oci::sword CWinOraInterface::StmtPrepare(oci::OCIStmt* statement, oci::OCIError* error,
                                          const std::string& text) const
 {
     CClientCallMark mark;
-    return fn_.StmtPrepare(statement, error, reinterpret_cast<const oci::OraText*>(text.c_str()),
+    return Guarded("OCIStmtPrepare", error, [&] { return fn_.StmtPrepare(statement, error, reinterpret_cast<const oci::OraText*>(text.c_str()),
                            static_cast<oci::ub4>(text.size()), oci::OCI_NTV_SYNTAX,
-                           oci::OCI_DEFAULT);
+                           oci::OCI_DEFAULT); });
 }
 
 oci::sword CWinOraInterface::DefineByPos(oci::OCIStmt* statement, oci::OCIDefine** define,
@@ -185,8 +241,8 @@ oci::sword CWinOraInterface::DefineByPos(oci::OCIStmt* statement, oci::OCIDefine
                                          oci::sb4 size, oci::ub2 dty, oci::sb2* indicator) const
 {
     CClientCallMark mark;
-    return fn_.DefineByPos(statement, define, error, position, buffer, size, dty, indicator,
-                           nullptr, nullptr, oci::OCI_DEFAULT);
+    return Guarded("OCIDefineByPos", error, [&] { return fn_.DefineByPos(statement, define, error, position, buffer, size, dty, indicator,
+                           nullptr, nullptr, oci::OCI_DEFAULT); });
 }
 
 oci::sword CWinOraInterface::BindByName(oci::OCIStmt* statement, oci::OCIBind** bind,
@@ -194,43 +250,54 @@ oci::sword CWinOraInterface::BindByName(oci::OCIStmt* statement, oci::OCIBind** 
                                         oci::sb4 size, oci::ub2 dty) const
 {
     CClientCallMark mark;
-    return fn_.BindByName(statement, bind, error,
+    return Guarded("OCIBindByName", error, [&] { return fn_.BindByName(statement, bind, error,
                           reinterpret_cast<const oci::OraText*>(name.c_str()), -1, value, size,
-                          dty, nullptr, nullptr, nullptr, 0, nullptr, oci::OCI_DEFAULT);
+                          dty, nullptr, nullptr, nullptr, 0, nullptr, oci::OCI_DEFAULT); });
 }
 
 oci::sword CWinOraInterface::StmtExecute(oci::OCISvcCtx* serviceContext, oci::OCIStmt* statement,
                                          oci::OCIError* error, oci::ub4 iters) const
 {
     CClientCallMark mark;
-    return fn_.StmtExecute(serviceContext, statement, error, iters, 0, nullptr, nullptr,
-                           oci::OCI_DEFAULT);
+    return Guarded("OCIStmtExecute", error, [&] { return fn_.StmtExecute(serviceContext, statement, error, iters, 0, nullptr, nullptr,
+                           oci::OCI_DEFAULT); });
 }
 
 oci::sword CWinOraInterface::StmtFetch2(oci::OCIStmt* statement, oci::OCIError* error) const
 {
     CClientCallMark mark;
-    return fn_.StmtFetch2(statement, error, 1, oci::OCI_FETCH_NEXT, 0, oci::OCI_DEFAULT);
+    return Guarded("OCIStmtFetch2", error, [&] { return fn_.StmtFetch2(statement, error, 1, oci::OCI_FETCH_NEXT, 0, oci::OCI_DEFAULT); });
 }
 
 oci::sword CWinOraInterface::ErrorGet(oci::OCIError* error, oci::sb4* code, oci::OraText* buffer,
                                       oci::ub4 size) const
 {
     CClientCallMark mark;
-    return fn_.ErrorGet(error, 1, nullptr, code, buffer, size, oci::OCI_HTYPE_ERROR);
+    return Guarded("OCIErrorGet", error, [&] { return fn_.ErrorGet(error, 1, nullptr, code, buffer, size, oci::OCI_HTYPE_ERROR); });
 }
 
 oci::sword CWinOraInterface::DBStartup(oci::OCISvcCtx* serviceContext, oci::OCIError* error) const
 {
     CClientCallMark mark;
-    return fn_.DBStartup(serviceContext, error, nullptr, oci::OCI_DEFAULT, 0);
+    return Guarded("OCIDBStartup", error, [&] { return fn_.DBStartup(serviceContext, error, nullptr, oci::OCI_DEFAULT, 0); });
 }
 
 oci::sword CWinOraInterface::DBShutdown(oci::OCISvcCtx* serviceContext, oci::OCIError* error,
                                         oci::ub4 mode) const
 {
     CClientCallMark mark;
-    return fn_.DBShutdown(serviceContext, error, nullptr, mode);
+    return Guarded("OCIDBShutdown", error, [&] { return fn_.DBShutdown(serviceContext, error, nullptr, mode); });
+}
+
+bool CWinOraInterface::HasBreak() const
+{
+    return fn_.Break != nullptr;
+}
+
+oci::sword CWinOraInterface::Break(oci::OCISvcCtx* serviceContext, oci::OCIError* error) const
+{
+    CClientCallMark mark;
+    return Guarded("OCIBreak", error, [&] { return fn_.Break(serviceContext, error); });
 }
 
 } // namespace oracle

@@ -5,6 +5,8 @@
 #include <windows.h>
 
 #include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 
 namespace specific {
@@ -15,7 +17,10 @@ namespace oracle {
 // once loaded it stays for the life of the process, so the first session
 // decides which client serves all later ones. Every call into the client goes
 // through one of the wrappers below, which mark the thread as being inside
-// the client for the time of the call.
+// the client for the time of the call, and run it under the structured
+// exception guard: a crash in the client raises COracleClientCrashExc (logged
+// with a warning that the process may be unstable), except in HandleFree,
+// which only reports it as OCI_ERROR, as destructors call it.
 class CWinOraInterface {
 public:
     // The shared token; raises COracleClientLoadExc when the library or one of
@@ -56,10 +61,23 @@ public:
     oci::sword DBStartup(oci::OCISvcCtx* serviceContext, oci::OCIError* error) const;
     oci::sword DBShutdown(oci::OCISvcCtx* serviceContext, oci::OCIError* error,
                           oci::ub4 mode) const;
+    // OCIBreak is optional: call Break only when HasBreak.
+    bool HasBreak() const;
+    oci::sword Break(oci::OCISvcCtx* serviceContext, oci::OCIError* error) const;
+
+    // Whether the client crashed in a call made with this error handle (or, for
+    // a handle allocation, this environment): the session it belongs to must
+    // not be touched again.
+    bool Crashed(const void* handle) const;
 
 private:
+    template <typename F>
+    oci::sword Guarded(const char* function, const void* key, F&& call) const;
+
     oci::SOciFunctions fn_;
     std::wstring libraryPath_;
+    mutable std::mutex crashLock_;
+    mutable std::set<const void*> crashed_;
 };
 
 class COracleClientLoadExc;
