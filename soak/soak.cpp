@@ -422,7 +422,7 @@ private:
             std::string text = line.substr(line.find(" text=") + 6);
             if (text.rfind("BEGIN\\n", 0) == 0)
                 text = text.substr(7);
-            text = text.substr(0, std::min(text.find("\\n"), text.find('\'')));
+            text = text.substr(0, std::min({text.find("\\n"), text.find("\\t"), text.find('\'')}));
             text.erase(text.find_last_not_of(" (") + 1);
             text.erase(0, text.find_first_not_of(' '));
             if (!text.empty())
