@@ -359,7 +359,7 @@ private:
     }
 
     // Each database the prepare switched to backup mode or shut down must be
-    // back, unless the finish logged its failure.
+    // back, unless the finish logged that database's failure.
     void CheckDatabasesBack(const std::wstring& document, const std::string& context)
     {
         const std::string finishLog = NewLog();
@@ -368,7 +368,9 @@ private:
         for (std::wsregex_iterator it(document.begin(), document.end(), entry), end; it != end; ++it) {
             const std::string sid = util::wide_to_utf8((*it)[1].str());
             const int action = std::stoi((*it)[2].str());
-            if (finishLog.find("Failed to finish db backup. Sid: " + sid) != std::string::npos)
+            // A failed startup is logged as a warning of its own, and the finish goes on.
+            if (finishLog.find("Failed to finish db backup. Sid: " + sid) != std::string::npos ||
+                finishLog.find("Failed to startup db: " + sid) != std::string::npos)
                 continue;
             const ocisim::Instance* instance = world.find(sid);
             bool inBackup = false;
