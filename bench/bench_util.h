@@ -5,6 +5,8 @@
 
 #include <windows.h>
 
+#include <filesystem>
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -43,11 +45,15 @@ inline void set_env(const std::wstring& name, const std::wstring& value)
 }
 
 // A fresh folder in the temporary folder, named `stem` and this process's id.
+// Wine hands out process ids again soon, so what an earlier run left under the
+// same name is removed first.
 inline std::wstring make_temp_folder(const wchar_t* stem)
 {
     wchar_t temp[MAX_PATH + 1] = {};
     GetTempPathW(MAX_PATH, temp);
     const std::wstring folder = std::wstring(temp) + stem + std::to_wstring(GetCurrentProcessId());
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
     CreateDirectoryW(folder.c_str(), nullptr);
     return folder;
 }
