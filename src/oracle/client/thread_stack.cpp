@@ -1,6 +1,7 @@
 #include "oracle/client/thread_stack.h"
 
 #include <cwctype>
+#include <iterator>
 #include <string>
 
 namespace specific {
@@ -42,15 +43,15 @@ uint64_t function_begin(uint64_t address) noexcept
 
 // The system's functions a thread stands in while it waits for a lock.
 struct SLockWaits {
-    uint64_t begins[4] = {};
+    static constexpr const char* kNames[] = {"RtlEnterCriticalSection", "RtlpWaitForCriticalSection",
+                                             "RtlAcquireSRWLockExclusive", "RtlAcquireSRWLockShared"};
+    uint64_t begins[std::size(kNames)] = {};
 
     SLockWaits()
     {
         const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
-        const char* const names[] = {"RtlEnterCriticalSection", "RtlpWaitForCriticalSection",
-                                     "RtlAcquireSRWLockExclusive", "RtlAcquireSRWLockShared"};
-        for (size_t i = 0; i < 4; ++i) {
-            const FARPROC address = ntdll != nullptr ? GetProcAddress(ntdll, names[i]) : nullptr;
+        for (size_t i = 0; i < std::size(kNames); ++i) {
+            const FARPROC address = ntdll != nullptr ? GetProcAddress(ntdll, kNames[i]) : nullptr;
             if (address != nullptr)
                 begins[i] = function_begin(reinterpret_cast<uint64_t>(address));
         }
