@@ -4,9 +4,12 @@
 #include "common/logging/log.h"
 #include "common/strings/strings.h"
 #include "common/win/last_error.h"
+#include "oracle/client/lock_probe.h"
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/seh_guard.h"
+#include "oracle/client/thread_stack.h"
 
+#include <atomic>
 #include <cstdio>
 #include <memory>
 #include <utility>
@@ -24,6 +27,20 @@ constexpr DWORD kSafePointGraceMs = 500;
 
 constexpr DWORD kTimeoutExitCode = 1460;
 
+// How long a late thread may keep being seen with a lock the process needs
+// before it is ended anyway, and how long one look at the heap locks may take.
+constexpr ULONGLONG kLockProbeBudgetMs = 150;
+constexpr DWORD kLockProbeWaitMs = 2;
+// How long a thread in the system is given to come back to its trap; one that
+// doesn't is blocked there, and the locks decide.
+constexpr ULONGLONG kTrapWaitMs = 40;
+
+// Where a guarded thread stands, in its flag.
+constexpr LONG kOutsideClient = 0;
+constexpr LONG kInClientCall = 1;
+constexpr LONG kInClientLoad = 2;
+constexpr LONG kInTrap = 3;
+
 // The longest single wait; INFINITE, one more, would never end.
 constexpr DWORD kLongestWaitMs = INFINITE - 1;
 
@@ -39,6 +56,31 @@ bool has_ended(HANDLE thread)
     return WaitForSingleObject(thread, 0) == WAIT_OBJECT_0;
 }
 
+// Suspends `thread`; the context read makes sure the suspension has taken
+// effect before its flag or its stack are looked at.
+bool suspend(HANDLE thread)
+{
+    if (SuspendThread(thread) == static_cast<DWORD>(-1))
+        return false;
+    CONTEXT context = {};
+    context.ContextFlags = CONTEXT_CONTROL;
+    GetThreadContext(thread, &context);
+    return true;
+}
+
+std::atomic<bool>& client_load_hung()
+{
+    static std::atomic<bool> hung{false};
+    return hung;
+}
+
+// One late thread is ended at a time: the lock probe has one helper.
+SRWLOCK& termination_lock()
+{
+    static SRWLOCK lock = SRWLOCK_INIT;
+    return lock;
+}
+
 std::string thread_id_text(DWORD id)
 {
     char text[32] = "{Not-any-thread}";
@@ -51,27 +93,74 @@ void end_late_thread(CGuardedThread& thread, const SLateThread& late)
 {
     const std::string id = thread_id_text(thread.Id());
     logging::log_operation_t operation(logging::oralib(), util::format_msg(late.terminating, id));
-    const bool ended = thread.Terminate();
+    const EThreadEnd end = thread.Terminate();
     const DWORD error = GetLastError();
     late.abandon();
-    if (!ended)
+    if (end == EThreadEnd::TerminateFailed)
         throw exc::win_sys_exc_t(late.terminateFailed, id, error);
+    if (end == EThreadEnd::LeftInLoad) {
+        client_load_hung() = true;
+        logging::oralib().error("Thread %1 is still starting the Oracle client, which holds the "
+                                "loader lock: the thread is left running, and the client is not "
+                                "loaded again in this process.",
+                                id);
+        return;
+    }
     operation.ok();
 }
 
 } // namespace
 
+// Where a late thread that was let run out of the system returns to, instead
+// of the code that called the system: it stands there holding nothing of the
+// system's, says so in its flag and waits to be ended. The stack is aligned
+// afresh, as it comes here by a return, not a call.
+extern "C" [[noreturn]] void orasnap_safe_point_reached()
+{
+    if (auto* flag = static_cast<volatile LONG*>(TlsGetValue(client_flag_slot())))
+        InterlockedExchange(flag, kInTrap);
+    for (;;)
+        Sleep(INFINITE);
+}
+
+extern "C" void orasnap_safe_point_trap();
+asm(".text\n"
+    ".globl orasnap_safe_point_trap\n"
+    "orasnap_safe_point_trap:\n"
+    "    andq $-16, %rsp\n"
+    "    subq $32, %rsp\n"
+    "    call orasnap_safe_point_reached\n"
+    "    int3\n");
+
 CClientCallMark::CClientCallMark() noexcept
     : flag_(static_cast<volatile LONG*>(TlsGetValue(client_flag_slot())))
 {
     if (flag_ != nullptr)
-        InterlockedExchange(flag_, 1);
+        InterlockedExchange(flag_, kInClientCall);
 }
 
 CClientCallMark::~CClientCallMark()
 {
     if (flag_ != nullptr)
-        InterlockedExchange(flag_, 0);
+        InterlockedExchange(flag_, kOutsideClient);
+}
+
+CClientLoadMark::CClientLoadMark() noexcept
+    : flag_(static_cast<volatile LONG*>(TlsGetValue(client_flag_slot())))
+{
+    if (flag_ != nullptr)
+        InterlockedExchange(flag_, kInClientLoad);
+}
+
+CClientLoadMark::~CClientLoadMark()
+{
+    if (flag_ != nullptr)
+        InterlockedExchange(flag_, kOutsideClient);
+}
+
+bool CClientLoadMark::LoadHung() noexcept
+{
+    return client_load_hung();
 }
 
 struct CGuardedThread::SState {
@@ -124,31 +213,65 @@ bool CGuardedThread::Join(int32_t timeoutSec)
     }
 }
 
-bool CGuardedThread::Terminate()
+EThreadEnd CGuardedThread::Terminate()
 {
+    if (state_->inClient == kInClientLoad && !has_ended(handle_.get()))
+        return EThreadEnd::LeftInLoad;
+    // The probe and the map are made before the thread is first suspended:
+    // from then on nothing on this thread may allocate until the thread is
+    // gone or running again.
+    CLockProbe& probe = CLockProbe::Instance();
+    const CModuleMap modules(reinterpret_cast<const void*>(&CGuardedThread::Run));
+    AcquireSRWLockExclusive(&termination_lock());
+    auto unlock = win::scope_exit([] { ReleaseSRWLockExclusive(&termination_lock()); });
     const ULONGLONG graceEnd = GetTickCount64() + kSafePointGraceMs;
+    ULONGLONG probeEnd = 0;
+    ULONGLONG trapSetAt = 0;
     for (;;) {
         if (has_ended(handle_.get()))
-            return true;
-        const bool graceOver = GetTickCount64() >= graceEnd;
-        const bool suspended = SuspendThread(handle_.get()) != static_cast<DWORD>(-1);
-        if (suspended) {
-            // The context read makes sure the suspension has taken effect
-            // before the flag is trusted.
-            CONTEXT context = {};
-            context.ContextFlags = CONTEXT_CONTROL;
-            GetThreadContext(handle_.get(), &context);
+            return EThreadEnd::Ended;
+        const bool suspended = suspend(handle_.get());
+        const LONG where = state_->inClient;
+        if (where == kInClientLoad) {
+            if (suspended)
+                ResumeThread(handle_.get());
+            return EThreadEnd::LeftInLoad;
         }
-        if (state_->inClient != 0 || graceOver) {
-            if (!TerminateThread(handle_.get(), kTimeoutExitCode)) {
-                const DWORD error = GetLastError();
-                if (suspended)
-                    ResumeThread(handle_.get());
-                SetLastError(error);
-                return false;
+        const ULONGLONG now = GetTickCount64();
+        if (where != kOutsideClient || now >= graceEnd) {
+            if (probeEnd == 0)
+                probeEnd = now + kLockProbeBudgetMs;
+            bool free = where == kInTrap;
+            if (!free && suspended) {
+                const SStackView stack = ReadStack(handle_.get(), modules);
+                if (stack.returnSlot != nullptr && (trapSetAt == 0 || now < trapSetAt + kTrapWaitMs)) {
+                    // In the system: once it has let go of what it holds
+                    // there, it comes back to the trap instead of its caller.
+                    *stack.returnSlot = reinterpret_cast<uint64_t>(&orasnap_safe_point_trap);
+                    if (trapSetAt == 0)
+                        trapSetAt = now;
+                } else {
+                    // Outside the system, or blocked in it for good.
+                    free = !stack.waitsForLock && CLockProbe::LoaderLockFree(id_) &&
+                           probe.HeapsFree(kLockProbeWaitMs);
+                }
             }
-            WaitForSingleObject(handle_.get(), INFINITE);
-            return true;
+            if (free || !suspended || GetTickCount64() >= probeEnd) {
+                if (!TerminateThread(handle_.get(), kTimeoutExitCode)) {
+                    const DWORD error = GetLastError();
+                    if (suspended)
+                        ResumeThread(handle_.get());
+                    SetLastError(error);
+                    return EThreadEnd::TerminateFailed;
+                }
+                WaitForSingleObject(handle_.get(), INFINITE);
+                if (!free)
+                    logging::oralib().warning(
+                        "Thread %1 was ended while it may have held the loader lock or a heap "
+                        "lock: the process may be unstable.",
+                        thread_id_text(id_));
+                return EThreadEnd::Ended;
+            }
         }
         if (suspended)
             ResumeThread(handle_.get());

@@ -25,10 +25,36 @@ private:
     volatile LONG* flag_;
 };
 
+// Marks the calling thread as loading the client library for the life of the
+// object. The library's start runs under the loader lock, which no
+// termination could give back: a guarded thread that is late in here is left
+// alone, and from then on the load counts as hung for the rest of the process.
+class CClientLoadMark {
+public:
+    CClientLoadMark() noexcept;
+    ~CClientLoadMark();
+    CClientLoadMark(const CClientLoadMark&) = delete;
+    CClientLoadMark& operator=(const CClientLoadMark&) = delete;
+
+    // True once a late thread was left inside the load.
+    static bool LoadHung() noexcept;
+
+private:
+    volatile LONG* flag_;
+};
+
+// How a late thread was dealt with.
+enum class EThreadEnd {
+    Ended,          // it is gone, with exit code 1460
+    LeftInLoad,     // it stands in the client's load and was left running
+    TerminateFailed // TerminateThread failed; the last error says why
+};
+
 // A Win32 thread that the caller waits for with a deadline and may have to
 // kill. It is killed only while it stands inside the client library (see
-// CClientCallMark): there it holds none of our locks and no lock of the heap
-// that we took, so the process goes on working after the kill.
+// CClientCallMark), where it holds none of our locks, and only while it holds
+// no lock that the whole process needs (see CLockProbe), so the process goes
+// on working after the kill.
 class CGuardedThread {
 public:
     // Starts `body` at once. `body` must not throw. Raises exc::win_sys_exc_t
@@ -44,10 +70,14 @@ public:
 
     // Ends the thread with exit code 1460 (ERROR_TIMEOUT) at its next stay in
     // the client, and waits for it to be gone. A thread that doesn't reach
-    // the client within a short grace is killed where it stands, so the
-    // caller's deadline holds. False, with the last error set, when
-    // TerminateThread fails.
-    bool Terminate();
+    // the client within a short grace is ended where it stands, so the
+    // caller's deadline holds. Before the kill it is suspended until it is
+    // seen holding, and waiting for, neither the loader lock nor a heap lock;
+    // one that is busy in the system is let run back out of it into a trap.
+    // One that is never seen free is killed all the same after a bounded
+    // time, and the log says that the process may be unstable. A thread in
+    // the client's load is not killed at all.
+    EThreadEnd Terminate();
 
     HANDLE Handle() const { return handle_.get(); }
     DWORD Id() const { return id_; }
@@ -77,8 +107,9 @@ struct SLateThread {
 // Runs `body` on a CGuardedThread and waits for it no longer than
 // `timeoutSec` seconds (not at all for 0 or less; the deadline is counted in
 // 64 bits, so no value wraps). A thread that ends in time has what `body`
-// threw raised again here, with its type. A late one is ended as `late` says,
-// and the caller's timeout is raised.
+// threw raised again here, with its type. A late one is ended as `late` says
+// (or left in the client's load, which the log explains), and the caller's
+// timeout is raised.
 void RunWithDeadline(int32_t timeoutSec, std::function<void()> body, const SLateThread& late);
 
 // Runs `body` under the structured exception guard: a fault inside the client

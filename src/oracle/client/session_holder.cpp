@@ -67,6 +67,7 @@ COracleSessionHolder::COracleSessionHolder(const std::wstring& sid, const std::w
         logging::log_operation_t operation(logging::oralib(), "Creating oracle session holder: %1.",
                                            util::wide_to_ansi(sid));
         std::lock_guard<std::recursive_mutex> lock(g_sessionInitLock());
+        CWinOraInterface::RefuseHungLoad();
         RunWithDeadline(OracleSettings().connectionTimeoutSec, [this] { InitThread(); },
                         {"Terminating oracle init thread",
                          "Failed to terminate oracle session init thread",

@@ -79,15 +79,32 @@ std::wstring module_path(HMODULE module)
 
 std::shared_ptr<CWinOraInterface> CWinOraInterface::Instance()
 {
+    // Asked before the lock: the thread of a hung load holds it for ever.
+    RefuseHungLoad();
     static std::mutex guard;
     static std::shared_ptr<CWinOraInterface> instance;
     std::lock_guard<std::mutex> lock(guard);
     if (!instance) {
-        instance = Load(L"OCI.dll");
+        std::shared_ptr<CWinOraInterface> loaded;
+        {
+            CClientLoadMark mark;
+            loaded = Load(L"OCI.dll");
+        }
+        // A load that was given up as hung stays given up, even if it ends later.
+        RefuseHungLoad();
+        instance = loaded;
         logging::oralib().detail("OCI library loaded: %1",
                                  util::wide_to_ansi_safe(instance->LibraryPath()));
     }
     return instance;
+}
+
+void CWinOraInterface::RefuseHungLoad()
+{
+    if (CClientLoadMark::LoadHung())
+        throw COracleClientLoadExc("The Oracle client [OCI.dll] hung as it started, holding the "
+                                   "loader lock: it is not loaded again in this process.",
+                                   "OCI.dll");
 }
 
 std::shared_ptr<CWinOraInterface> CWinOraInterface::Load(const std::wstring& libraryName)

@@ -27,6 +27,11 @@ public:
     // its entry points can't be found (and tries again on the next call).
     static std::shared_ptr<CWinOraInterface> Instance();
 
+    // Raises COracleClientLoadExc, at once, when an earlier Instance() hung
+    // in the library's start and was given up: the loader lock stays held by
+    // that thread, so no later load, and no thread start, could get through.
+    static void RefuseHungLoad();
+
     // Loads a client library by name, without touching the shared token.
     static std::shared_ptr<CWinOraInterface> Load(const std::wstring& libraryName);
 

@@ -1,14 +1,18 @@
 #include "oracle/client/guarded_thread.h"
 #include "oracle/client/oracle_exc.h"
 #include "oracle/client/seh_guard.h"
+#include "support/capturing_receiver.h"
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 using namespace specific::oracle;
 
@@ -47,7 +51,7 @@ TEST(GuardedThread, HungThreadIsKilledWithTheTimeoutCodeAtItsStayInTheClientOrAf
         while (!(c.killInClient ? inClient : started))
             Sleep(1);
         const ULONGLONG start = GetTickCount64();
-        EXPECT_TRUE(thread.Terminate()) << c.what;
+        EXPECT_EQ(thread.Terminate(), EThreadEnd::Ended) << c.what;
         const ULONGLONG took = GetTickCount64() - start;
         EXPECT_GE(took, c.minMs) << c.what;
         EXPECT_LT(took, c.maxMs) << c.what;
@@ -57,6 +61,40 @@ TEST(GuardedThread, HungThreadIsKilledWithTheTimeoutCodeAtItsStayInTheClientOrAf
         EXPECT_EQ(code, 1460u) << c.what;
     }
     CloseHandle(never);
+}
+
+TEST(GuardedThread, LateThreadsThatKeepTakingProcessLocksAreEndedWithoutStrandingThem)
+{
+    const HMODULE client = LoadLibraryW(L"churning_client.dll");
+    ASSERT_NE(client, nullptr);
+    test::log_capture_t log;
+    const SLateThread late{"Terminating thread %1", "Failed to terminate thread %1", [] {},
+                           [] { throw std::runtime_error("late"); }};
+    for (const char* name : {"churn_heap", "churn_loader"}) {
+        const auto churn = reinterpret_cast<void (*)()>(
+            reinterpret_cast<void*>(GetProcAddress(client, name)));
+        ASSERT_NE(churn, nullptr) << name;
+        std::vector<ULONGLONG> took;
+        for (int i = 0; i < 200; ++i) {
+            const ULONGLONG start = GetTickCount64();
+            // A deadline of 0 s: the thread is ended as soon as it stands in the client.
+            EXPECT_THROW(RunWithDeadline(0, [churn] { CClientCallMark mark; churn(); }, late),
+                         std::runtime_error);
+            took.push_back(GetTickCount64() - start);
+            // A lock left held or miscounted would hang one of these for good.
+            HeapFree(GetProcessHeap(), 0, HeapAlloc(GetProcessHeap(), 0, 100000 + i));
+            const std::string text(1000 + i, 'x');
+            const HMODULE library = LoadLibraryW(L"msimg32.dll");
+            ASSERT_NE(library, nullptr);
+            FreeLibrary(library);
+        }
+        std::sort(took.begin(), took.end());
+        EXPECT_LE(took.back(), 250u) << name << ": median " << took[took.size() / 2] << " ms";
+        std::printf("%s: termination median %llu ms, max %llu ms\n", name, took[took.size() / 2],
+                    took.back());
+    }
+    for (const std::string& line : log.texts())
+        EXPECT_EQ(line.find("may be unstable"), std::string::npos) << line;
 }
 
 namespace {

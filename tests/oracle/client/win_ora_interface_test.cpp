@@ -115,6 +115,40 @@ TEST(OracleClientLibrary, ClientThatFaultsAsItLoadsEndsAsSessionCreateError)
                           L"faulting_client.dll");
 }
 
+TEST(OracleClientLibrary, ClientThatHangsAsItStartsIsGivenUpAtTheDeadlineAndNeverLoadedAgain)
+{
+    const bool child = ran_as_child([] {
+        test::log_capture_t log;
+        ULONGLONG start = GetTickCount64();
+        EXPECT_THROW(COracleSessionHolder(L"ORCL", L"C:\\h", {}, false), COracleInitTimeoutExc);
+        // The connection timeout of these tests is 1 s.
+        EXPECT_LT(GetTickCount64() - start, 1250u);
+        const auto lines = log.texts();
+        EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
+            return line.find("is still starting the Oracle client, which holds the loader lock: the "
+                             "thread is left running, and the client is not loaded again in this "
+                             "process.") != std::string::npos;
+        }));
+        start = GetTickCount64();
+        std::string text;
+        try {
+            COracleSessionHolder holder(L"ORCL", L"C:\\h", {}, false);
+        } catch (const COracleClientLoadExc& e) {
+            text = e.what();
+        }
+        EXPECT_LT(GetTickCount64() - start, 100u);
+        EXPECT_EQ(text, "The Oracle client [OCI.dll] hung as it started, holding the loader lock: "
+                        "it is not loaded again in this process.\n"
+                        "--tr:Failed to create oracle session holder. SID: ORCL.");
+    });
+    if (!child)
+        run_in_own_folder(L"ClientThatHangsAsItStartsIsGivenUpAtTheDeadlineAndNeverLoadedAgain",
+                          L"hanging_client.dll");
+    else
+        // An orderly exit would wait for the loader lock for ever.
+        TerminateProcess(GetCurrentProcess(), testing::Test::HasFailure() ? 1 : 0);
+}
+
 TEST(OracleClientLibrary, LibraryWithoutTheEntryPointsIsRefusedByName)
 {
     try {
