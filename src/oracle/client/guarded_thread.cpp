@@ -51,6 +51,22 @@ DWORD client_flag_slot()
     return slot;
 }
 
+// A process whose shadow stacks the processor enforces ends at a return whose
+// address was rewritten: there no trap is set, and the locks alone decide.
+// Looked up by name, as the call is missing before Windows 8.
+bool return_addresses_enforced()
+{
+    using get_policy_t = BOOL(WINAPI*)(HANDLE, PROCESS_MITIGATION_POLICY, PVOID, SIZE_T);
+    static const bool enforced = [] {
+        const auto get = reinterpret_cast<get_policy_t>(reinterpret_cast<void (*)()>(
+            GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "GetProcessMitigationPolicy")));
+        PROCESS_MITIGATION_USER_SHADOW_STACK_POLICY policy{};
+        return get != nullptr && get(GetCurrentProcess(), ProcessUserShadowStackPolicy, &policy, sizeof policy) &&
+               policy.EnableUserShadowStack;
+    }();
+    return enforced;
+}
+
 bool has_ended(HANDLE thread)
 {
     return WaitForSingleObject(thread, 0) == WAIT_OBJECT_0;
@@ -124,6 +140,8 @@ extern "C" [[noreturn]] void orasnap_safe_point_reached()
 }
 
 extern "C" void orasnap_safe_point_trap();
+// MSVC has no inline assembly on x64: there the trap is safe_point_trap.asm.
+#if defined(__GNUC__)
 asm(".text\n"
     ".globl orasnap_safe_point_trap\n"
     "orasnap_safe_point_trap:\n"
@@ -131,6 +149,7 @@ asm(".text\n"
     "    subq $32, %rsp\n"
     "    call orasnap_safe_point_reached\n"
     "    int3\n");
+#endif
 
 CClientCallMark::CClientCallMark() noexcept
     : flag_(static_cast<volatile LONG*>(TlsGetValue(client_flag_slot())))
@@ -222,6 +241,7 @@ EThreadEnd CGuardedThread::Terminate()
     // gone or running again.
     CLockProbe& probe = CLockProbe::Instance();
     const CModuleMap modules(reinterpret_cast<const void*>(&CGuardedThread::Run));
+    const bool mayTrap = !return_addresses_enforced();
     AcquireSRWLockExclusive(&termination_lock());
     auto unlock = win::scope_exit([] { ReleaseSRWLockExclusive(&termination_lock()); });
     const ULONGLONG graceEnd = GetTickCount64() + kSafePointGraceMs;
@@ -244,7 +264,7 @@ EThreadEnd CGuardedThread::Terminate()
             bool free = where == kInTrap;
             if (!free && suspended) {
                 const SStackView stack = ReadStack(handle_.get(), modules);
-                if (stack.returnSlot != nullptr && (trapSetAt == 0 || now < trapSetAt + kTrapWaitMs)) {
+                if (mayTrap && stack.returnSlot != nullptr && (trapSetAt == 0 || now < trapSetAt + kTrapWaitMs)) {
                     // In the system: once it has let go of what it holds
                     // there, it comes back to the trap instead of its caller.
                     *stack.returnSlot = reinterpret_cast<uint64_t>(&orasnap_safe_point_trap);
