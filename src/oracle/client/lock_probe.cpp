@@ -1,5 +1,9 @@
 #include "oracle/client/lock_probe.h"
 
+#if defined(_MSC_VER)
+#include <intrin.h>
+#endif
+
 namespace specific {
 namespace oracle {
 
@@ -13,7 +17,7 @@ constexpr DWORD kMostHeaps = 64;
 // keeps the address of the loader lock, on x64; its OwningThread holds the
 // owner's thread id.
 constexpr size_t kPebLoaderLockOffset = 0x110;
-constexpr size_t kTebPebOffset = 0x60;
+constexpr unsigned long kTebPebOffset = 0x60;
 
 void take_and_leave_heap_locks()
 {
@@ -60,8 +64,13 @@ DWORD WINAPI CLockProbe::ProbeHeaps(LPVOID param)
 
 bool CLockProbe::LoaderLockFree(DWORD threadId) noexcept
 {
+#if defined(_MSC_VER)
+    const auto* peb = reinterpret_cast<const char*>(__readgsqword(kTebPebOffset));
+#else
+    // GCC's __readgsqword trips its own array-bounds warning.
     const char* peb = nullptr;
     asm("movq %%gs:%c1, %0" : "=r"(peb) : "i"(kTebPebOffset));
+#endif
     const auto* loaderLock =
         *reinterpret_cast<RTL_CRITICAL_SECTION* const*>(peb + kPebLoaderLockOffset);
     return HandleToULong(loaderLock->OwningThread) != threadId;
