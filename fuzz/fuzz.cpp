@@ -459,18 +459,30 @@ private:
     }
 
     // Every file and folder under the root but the library's own log; with
-    // `content`, what each file holds.
+    // `content`, what each file holds (a folder holds one NUL).
     std::map<std::wstring, std::string> Files(bool content) const
     {
         std::map<std::wstring, std::string> files;
-        std::error_code failed;
-        for (fs::recursive_directory_iterator it(root_, failed), end; !failed && it != end; it.increment(failed)) {
-            if (it->path().filename() == L"liblog") {
-                it.disable_recursion_pending();
+        std::vector<std::wstring> folders = {root_};
+        while (!folders.empty()) {
+            const std::wstring folder = folders.back();
+            folders.pop_back();
+            WIN32_FIND_DATAW found;
+            HANDLE search = FindFirstFileExW((folder + L"\\*").c_str(), FindExInfoBasic, &found, FindExSearchNameMatch,
+                                             nullptr, 0);
+            if (search == INVALID_HANDLE_VALUE)
                 continue;
-            }
-            const bool folder = it->is_directory(failed);
-            files[it->path().wstring()] = folder ? std::string(1, '\0') : content ? test::read_file_text(it->path().wstring()) : "";
+            do {
+                const std::wstring name = found.cFileName;
+                if (name == L"." || name == L".." || (folder == root_ && name == L"liblog"))
+                    continue;
+                const std::wstring path = folder + L"\\" + name;
+                const bool isFolder = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+                if (isFolder)
+                    folders.push_back(path);
+                files[path] = isFolder ? std::string(1, '\0') : content ? test::read_file_text(path) : "";
+            } while (FindNextFileW(search, &found));
+            FindClose(search);
         }
         return files;
     }
