@@ -56,7 +56,7 @@ namespace fs = std::filesystem;
 constexpr uint64_t kDefaultSeed = 20261212;
 // Every kConfigEvery-th input is a set of registry settings; the inputs
 // between two of them make one batch.
-constexpr int64_t kConfigEvery = 2500;
+constexpr int64_t kConfigEvery = 2000;
 // No call may take longer; a restore of a database that won't start sleeps
 // for 25 s by design, so the allowance is wide.
 constexpr DWORD kDeadlineMs = 90000;
@@ -600,6 +600,7 @@ int run_batch(uint64_t seed, int64_t from, int64_t to, bool show)
     for (int64_t index = from; index < to && !config; ++index) {
         g_index = index;
         std::printf("at %lld\n", static_cast<long long>(index));
+        std::fflush(stdout);
         world.Run(seed, index, show);
     }
     std::printf("done\n");
@@ -763,6 +764,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "fuzz: %lld inputs done, %.0f s\n", static_cast<long long>(next),
                      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     }
+    if (tally.crashes + tally.hangs + tally.other > 0)
+        std::printf("replay one input with: fuzz.exe --seed %llu --only <input>\n", static_cast<unsigned long long>(seed));
     std::printf("fuzz: %lld inputs, %d crashes, %d hangs, %d other failures\n", static_cast<long long>(tally.inputs),
                 tally.crashes, tally.hangs, tally.other);
     return tally.crashes + tally.hangs + tally.other == 0 ? 0 : 1;
