@@ -594,6 +594,8 @@ int run_batch(uint64_t seed, int64_t from, int64_t to, bool show)
     if (config) {
         g_index = from;
         g_where = target_name(ETarget::Registry);
+        std::printf("at %lld\n", static_cast<long long>(from));
+        std::fflush(stdout);
     }
     CWorld world(seed, config ? from : -1);
     world.CleanCycle();
