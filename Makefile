@@ -4,7 +4,7 @@ JOBS      ?= 2
 CMAKE_ARGS := -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=Release
 MAKEFLAGS  += --no-print-directory
 
-.PHONY: all deps configure build test demo bench soak clean distclean
+.PHONY: all deps configure build test demo bench soak fuzz clean distclean
 
 all: build
 
@@ -51,6 +51,14 @@ soak: configure
 	bash tools/wine-up.sh
 	cmake --build $(BUILD_DIR) --target soak -j$(JOBS)
 	cd out/bin && ../../tools/wine-run.sh ./soak.exe $(SOAK_ARGS)
+
+# Generated and mutated inputs through the exports; the seed and the number of
+# inputs can be given: make fuzz FUZZ_ARGS="--seed 5 --inputs 20000".
+FUZZ_ARGS ?= --inputs 100000
+fuzz: configure
+	bash tools/wine-up.sh
+	cmake --build $(BUILD_DIR) --target fuzz -j$(JOBS)
+	cd out/bin && ../../tools/wine-run.sh ./fuzz.exe $(FUZZ_ARGS)
 
 clean:
 	rm -rf $(BUILD_DIR) out/bin out/lib
