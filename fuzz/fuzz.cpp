@@ -169,6 +169,15 @@ struct SOutcome {
     std::wstring error;
 };
 
+// Removes `path` and everything in it. Fuzzed settings make the library
+// create folders with reserved names (NUL, CON) under Wine, where a plain path
+// to them stands for the device and hangs: the \\?\ form takes names as they are.
+void remove_tree(const std::wstring& path)
+{
+    std::error_code failed;
+    fs::remove_all(path.rfind(L"\\\\?\\", 0) == 0 ? path : L"\\\\?\\" + path, failed);
+}
+
 // The world of one child: the registry, the simulated databases, the library,
 // and the files a clean cycle left, which every input starts from.
 class CWorld {
@@ -176,7 +185,7 @@ public:
     CWorld(uint64_t seed, int64_t configIndex)
         : root_(fixed_root()), logs_(root_ + L"\\logs"), config_(configIndex >= 0)
     {
-        fs::remove_all(root_);
+        remove_tree(root_);
         for (const wchar_t* folder : {L"\\logs", L"\\liblog", L"\\cwd\\a\\b"})
             fs::create_directories(root_ + folder);
         SetCurrentDirectoryW((root_ + L"\\cwd\\a\\b").c_str());
@@ -220,8 +229,7 @@ public:
         wchar_t temp[MAX_PATH + 1] = {};
         GetTempPathW(MAX_PATH + 1, temp);
         SetCurrentDirectoryW(temp);
-        std::error_code failed;
-        fs::remove_all(root_, failed);
+        remove_tree(root_);
     }
     CWorld(const CWorld&) = delete;
     CWorld& operator=(const CWorld&) = delete;
@@ -493,10 +501,8 @@ private:
     {
         const std::map<std::wstring, std::string> now = CheckGone(baseline_, named);
         for (const auto& [path, bytes] : now)
-            if (baseline_.count(path) == 0) {
-                std::error_code failed;
-                fs::remove_all(path, failed);
-            }
+            if (baseline_.count(path) == 0)
+                remove_tree(path);
         for (const auto& [path, bytes] : baseline_)
             if (now.count(path) == 0) {
                 if (bytes == std::string(1, '\0'))
