@@ -434,35 +434,21 @@ private:
     // and the child ends, since the hung thread may hold anything.
     SOutcome Check(const char* name, bool resultDue, const std::function<HRESULT(wchar_t**, wchar_t**)>& call)
     {
-        struct SJob {
-            const std::function<HRESULT(wchar_t**, wchar_t**)>* call;
-            wchar_t* result = nullptr;
-            wchar_t* error = nullptr;
-            HRESULT status = E_FAIL;
-        } job{&call};
-        HANDLE thread = CreateThread(
-            nullptr, 0,
-            [](LPVOID param) -> DWORD {
-                auto* job = static_cast<SJob*>(param);
-                job->status = (*job->call)(&job->result, &job->error);
-                return 0;
-            },
-            &job, 0, nullptr);
-        if (WaitForSingleObject(thread, kDeadlineMs) != WAIT_OBJECT_0) {
+        test::export_call_t done;
+        if (!test::call_with_deadline(*library_, kDeadlineMs, call, done)) {
             report("hang", std::string(name) + " did not return within " + std::to_string(kDeadlineMs / 1000) + " s");
             TerminateProcess(GetCurrentProcess(), 4);
         }
-        CloseHandle(thread);
         SOutcome outcome;
-        outcome.status = job.status;
-        outcome.result = job.result ? library_->take(job.result) : L"";
-        outcome.error = job.error ? library_->take(job.error) : L"";
-        if (job.status == S_OK && resultDue && outcome.result.empty())
+        outcome.status = done.status;
+        outcome.result = done.result;
+        outcome.error = done.error;
+        if (done.status == S_OK && resultDue && outcome.result.empty())
             report("other", std::string(name) + " succeeded without a result");
-        else if (job.status == E_FAIL && outcome.error.empty())
+        else if (done.status == E_FAIL && outcome.error.empty())
             report("other", std::string(name) + " failed without a text");
-        else if (job.status != S_OK && job.status != E_FAIL)
-            report("other", std::string(name) + " returned " + util::hex_str(static_cast<uint32_t>(job.status)));
+        else if (done.status != S_OK && done.status != E_FAIL)
+            report("other", std::string(name) + " returned " + util::hex_str(static_cast<uint32_t>(done.status)));
         return outcome;
     }
 

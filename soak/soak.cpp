@@ -293,34 +293,20 @@ private:
     SCall Run(const std::string& name, double allowed,
               const std::function<HRESULT(wchar_t**, wchar_t**)>& call)
     {
-        struct SJob {
-            const std::function<HRESULT(wchar_t**, wchar_t**)>* call;
-            wchar_t* result = nullptr;
-            wchar_t* error = nullptr;
-            HRESULT status = E_FAIL;
-        } job{&call};
         const auto start = std::chrono::steady_clock::now();
-        HANDLE thread = CreateThread(
-            nullptr, 0,
-            [](LPVOID param) -> DWORD {
-                auto* job = static_cast<SJob*>(param);
-                job->status = (*job->call)(&job->result, &job->error);
-                return 0;
-            },
-            &job, 0, nullptr);
-        if (WaitForSingleObject(thread, static_cast<DWORD>(allowed * 3000) + 10000) != WAIT_OBJECT_0) {
+        test::export_call_t done;
+        if (!test::call_with_deadline(library_, static_cast<DWORD>(allowed * 3000) + 10000, call, done)) {
             violation(name + " hangs;" + context_);
             closing_line();
             ExitProcess(4);
         }
-        CloseHandle(thread);
-        SCall done;
-        done.name = name;
-        done.status = job.status;
-        done.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        done.result = library_.take(job.result);
-        done.error = library_.take(job.error);
-        return done;
+        SCall made;
+        made.name = name;
+        made.status = done.status;
+        made.result = done.result;
+        made.error = done.error;
+        made.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        return made;
     }
 
     SCall ReadFileCall(const std::string& name, const std::wstring& path)

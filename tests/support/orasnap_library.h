@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <string>
 
 #include "orasnap/orasnap.h"
@@ -37,6 +38,21 @@ private:
     temp_folder_t folder_;
     HMODULE module_ = nullptr;
 };
+
+// What one export call gave: its status and its texts, read and given back
+// (empty where the library wrote none).
+struct export_call_t {
+    HRESULT status = E_FAIL;
+    std::wstring result;
+    std::wstring error;
+};
+
+// Runs `call` with a result cell and an error cell on a thread of its own and
+// waits for it `deadline_ms`. False when it did not return in time: the thread
+// is left running, and the caller should end the process, as the hung call may
+// hold anything.
+bool call_with_deadline(const library_t& library, DWORD deadline_ms,
+                        const std::function<HRESULT(wchar_t**, wchar_t**)>& call, export_call_t& done);
 
 // Stands in a text cell until the library writes one; compared by address.
 extern wchar_t untouched_text[];
